@@ -1,0 +1,20 @@
+# Warnings for our own code only: third-party sources are built without them.
+add_library(routing_warnings INTERFACE)
+target_compile_options(routing_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror)
+
+if(ROUTING_32BIT)
+  add_compile_options(-m32 -msse2 -mfpmath=sse)
+  add_link_options(-m32)
+  # The kernel's headers for the 32-bit ABI are the 64-bit ones; only gcc-multilib, which cannot be
+  # installed beside a cross compiler, puts them on the default path.
+  include_directories(SYSTEM AFTER /usr/include/x86_64-linux-gnu)
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
+if(ROUTING_SANITIZE)
+  add_compile_options(-fsanitize=${ROUTING_SANITIZE} -fno-omit-frame-pointer -g1)
+  add_link_options(-fsanitize=${ROUTING_SANITIZE})
+  if(ROUTING_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

@@ -1,0 +1,115 @@
+// The reference table: one file on a memory file system, one writer, any number of readers.
+//
+// The file's layout and the rules by which it is written and read are told in
+// docs/shared-table-format.md and, field by field, in platform/Shoal/TableFormat.h.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Guard/Exception.h"
+#include "platform/Shoal/TableStore.h"
+
+namespace Shoal {
+
+// A table that cannot be attached: not there, not a table, of another version, entry type or capacity,
+// truncated, not ours to open. The text names the file, what was found and what was expected.
+class AttachException final : public Guard::Throwable<AttachException> {
+ public:
+  using Throwable::Throwable;
+};
+
+// Another process, or another attachment in this one, is the table's writer. The text names it.
+class WriterPresentException final : public Guard::Throwable<WriterPresentException> {
+ public:
+  using Throwable::Throwable;
+};
+
+// A read found the entry being rewritten for as long as its bound allows. The table is sound; the
+// reader may try again.
+class BusyException final
+    : public Guard::Throwable<BusyException, Guard::CorruptionDetectedException> {
+ public:
+  using Throwable::Throwable;
+};
+
+// The directory that holds a user's tables when nothing else is said: $SHOAL_ROOT, or
+// /dev/shm/shoal-<user id>.
+std::filesystem::path defaultRoot();
+
+// The file of the table at `tablePath` below `root`: its path with ".shoal" added. Throws
+// AttachException for a path that is absolute or would leave the root.
+std::filesystem::path tableFile(const std::filesystem::path& root, const std::string& tablePath);
+
+// The tables below a root, as table paths, sorted.
+std::vector<std::string> tablesBelow(const std::filesystem::path& root);
+
+// Attaches as the writer, creating the table if it is not there, and repairing it if its last writer
+// was killed. An existing table keeps its capacity when that is not smaller than asked; another
+// smaller one is refused.
+std::shared_ptr<TableStore> attachWriter(const std::filesystem::path& root,
+                                         const std::string& tablePath, const EntryLayout& layout,
+                                         uint64_t capacity);
+
+// Attaches read-only (mode reader) to a table of this layout.
+std::shared_ptr<TableStore> attachReader(const std::filesystem::path& root,
+                                         const std::string& tablePath, const EntryLayout& layout);
+
+// Attaches read-only to a table of whatever layout the file says; for tools.
+std::shared_ptr<TableStore> attachReader(const std::filesystem::path& root,
+                                         const std::string& tablePath);
+
+// A private copy of the table as it is now (mode snapshot).
+std::shared_ptr<TableStore> attachSnapshot(const std::filesystem::path& root,
+                                           const std::string& tablePath,
+                                           const EntryLayout& layout);
+
+// Removes the table's file. requires: this process is its writer, or the table has none. Nothing
+// happens if it is not there.
+void removeTable(const std::filesystem::path& root, const std::string& tablePath);
+
+// What a tool shows of a table.
+struct TableStatus {
+  std::string path;
+  EntryLayout layout;
+  uint64_t entries = 0;
+  uint64_t capacity = 0;
+  uint64_t bytes = 0;        // memory claimed
+  uint64_t generation = 0;
+  uint64_t changes = 0;      // changes since the table was created
+  int32_t writerPid = 0;     // 0: no writer now
+};
+TableStatus tableStatus(const std::filesystem::path& root, const std::string& tablePath);
+
+// Follows a table's changes from another process without scanning it.
+class ChangeFollower {
+ public:
+  struct Change {
+    uint64_t number;             // 1 for the table's first change; each next one is one more
+    bool removed;                // by this change; read the table for what holds now
+    std::vector<std::byte> key;
+  };
+  enum class Result { changes, none, missed };
+
+  virtual ~ChangeFollower() = default;
+  // Takes up to `limit` changes that are ready, oldest first. `missed`: the writer has overwritten
+  // some that this follower had not read; read the table afresh, it goes on from now.
+  virtual Result take(std::vector<Change>& out, size_t limit) = 0;
+  // Sleeps until there is a change to take, or until `limit` has passed; whether there is one.
+  virtual bool wait(std::chrono::milliseconds limit) = 0;
+  // The number of the last change taken or skipped.
+  virtual uint64_t position() const = 0;
+};
+
+// A follower that starts after change `since`; by default after the latest. `store` must have been
+// made by attachReader or attachWriter; it is kept alive.
+std::unique_ptr<ChangeFollower> follow(const std::shared_ptr<TableStore>& store,
+                                       std::optional<uint64_t> since = std::nullopt);
+
+}  // namespace Shoal

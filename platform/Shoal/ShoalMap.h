@@ -1,0 +1,90 @@
+// A shared-memory table as a typed map, embedded in the entity that stands for it.
+//
+// The map is not initialized until the entity has been attached to a table; capacity() and size() are
+// then those of the table. All reads copy entries out: the table may change at any moment.
+#pragma once
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "platform/Shoal/TableStore.h"
+
+namespace Shoal {
+
+// An entry type says what its key is: `static constexpr auto key = &Entry::field`, whose type is Key.
+// Key and Entry are plain bytes without hidden padding.
+template <class Key, class Entry>
+class ShoalMap {
+  static_assert(std::is_trivially_copyable_v<Key> && std::is_trivially_copyable_v<Entry>);
+  static_assert(std::has_unique_object_representations_v<Key> &&
+                std::has_unique_object_representations_v<Entry>);
+
+ public:
+  ShoalMap() = default;
+  ShoalMap(const ShoalMap&) = delete;
+  ShoalMap& operator=(const ShoalMap&) = delete;
+
+  bool initialized() const { return store_ != nullptr; }
+  // The following require: initialized().
+  Mode mode() const { return store_->mode(); }
+  uint64_t capacity() const { return store_->capacity(); }
+  uint64_t size() const { return store_->size(); }
+
+  // The first entry in slot order, copied into `entry`; whether there is one.
+  bool first(IterHint& hint, Entry& entry) const { return store_->first(hint, bytesOf(entry)); }
+  // The entry that follows `key` in slot order. `key` may be a part of `entry`.
+  bool next(const Key& key, IterHint& hint, Entry& entry) const {
+    return store_->next(bytesOf(key), hint, bytesOf(entry));
+  }
+
+  // The entry of `key` and true in `found`, or the empty entry (all zero) and false.
+  Entry safeLookup(const Key& key, bool& found) const {
+    Entry entry{};
+    found = store_->lookup(bytesOf(key), bytesOf(entry));
+    return entry;
+  }
+
+  // Inserts or replaces; answers whether the key is new. requires: mode() is writer.
+  bool set(const Key& key, const Entry& entry) { return store_->set(bytesOf(key), bytesOf(entry)); }
+  bool erase(const Key& key) { return store_->erase(bytesOf(key)); }
+  void clear() { store_->clear(); }
+
+  void doCorruptionDetected(const std::string& message) const {
+    store_->corruptionDetected(message);
+  }
+
+  // Walks without a hint kept by the caller.
+  class BaseIterator {
+   public:
+    explicit BaseIterator(const ShoalMap& map) : map_(&map) {}
+    bool next(const Key& key, Entry& entry) const {
+      IterHint fresh;
+      return map_->next(key, fresh, entry);
+    }
+
+   private:
+    const ShoalMap* map_;
+  };
+
+  const std::shared_ptr<TableStore>& store() const { return store_; }
+  void storeIs(std::shared_ptr<TableStore> store) { store_ = std::move(store); }
+
+ private:
+  template <class T>
+  static Bytes bytesOf(const T& value) {
+    return std::as_bytes(std::span<const T, 1>(&value, 1));
+  }
+  template <class T>
+  static MutableBytes bytesOf(T& value)
+    requires(!std::is_const_v<T>)
+  {
+    return std::as_writable_bytes(std::span<T, 1>(&value, 1));
+  }
+
+  std::shared_ptr<TableStore> store_;
+};
+
+}  // namespace Shoal

@@ -1,0 +1,96 @@
+// What any host's shared-memory table must do, in bytes.
+//
+// A table maps keys to entries. An entry is a fixed number of bytes and holds its own key at a fixed
+// place; two keys are equal when their bytes are. ShoalMap puts the types on; the adapters see only
+// that. One store is one attachment of one process to one table.
+//
+// Promises: an entry is read whole or not at all. A read does bounded work and then throws
+// Guard::CorruptionDetectedException. A refused write leaves the table unchanged. Iteration is in slot
+// order: it visits each entry that is there throughout exactly once, goes on from a key that has been
+// removed, and ends.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace Shoal {
+
+// How a process is attached. The numbers are part of the contract.
+enum class Mode : uint8_t {
+  writer = 0,    // the one process that may change the table
+  reader = 1,    // reads, and can follow the writer's changes
+  snapshot = 2,  // a copy as it was at attach; changes are not observed
+};
+
+// The shape of a table's entries.
+struct EntryLayout {
+  std::string typeName;  // the table entity's type, for example "P4RuntimeRouting::IpDestinationTable"
+  uint32_t entrySize = 0;  // bytes
+  uint32_t keyOffset = 0;  // bytes from the entry's start
+  uint32_t keySize = 0;    // bytes
+
+  friend bool operator==(const EntryLayout&, const EntryLayout&) = default;
+};
+
+// Where a walk stands. Kept by the walker between two steps of one walk; only the store looks inside.
+struct IterHint {
+  uint64_t slot = 0;       // slot of the entry last given out
+  uint64_t generation = 0; // table generation that the slot belongs to; 0: no slot yet
+  uint64_t keyHash = 0;    // hash of the key last given out
+};
+
+using Bytes = std::span<const std::byte>;
+using MutableBytes = std::span<std::byte>;
+
+class TableStore {
+ public:
+  virtual ~TableStore() = default;
+  TableStore(const TableStore&) = delete;
+  TableStore& operator=(const TableStore&) = delete;
+
+  virtual const std::string& path() const = 0;
+  virtual const EntryLayout& layout() const = 0;
+  virtual Mode mode() const = 0;
+  virtual uint64_t capacity() const = 0;    // entries that the table can hold
+  virtual uint64_t size() const = 0;        // entries now; never counts
+  virtual uint64_t generation() const = 0;  // rises by one with every writer that attaches
+
+  // Copies the entry of `key` out and answers true, or leaves `entry` as it is and answers false.
+  virtual bool lookup(Bytes key, MutableBytes entry) const = 0;
+
+  // Copies the first entry in slot order out.
+  virtual bool first(IterHint& hint, MutableBytes entry) const = 0;
+
+  // Copies out the entry that follows `key` in slot order. The hint of the walk that gave `key` out
+  // makes this one step, and keeps the place of a key that has been removed. Without it (a fresh
+  // hint), a key that is not in the table stands where it was last, while the table remembers that,
+  // and else at a place that its hash gives.
+  virtual bool next(Bytes key, IterHint& hint, MutableBytes entry) const = 0;
+
+  // Inserts the entry, or replaces the entry of the same key. `key` is the key inside `entry`, or a
+  // copy of it. Answers whether the key is new. Throws Guard::MemoryResourceException when the table
+  // is at capacity or memory has run out, with the numbers; requires: mode is writer.
+  virtual bool set(Bytes key, Bytes entry) = 0;
+
+  // Removes the entry of `key` and answers whether there was one; requires: mode is writer.
+  virtual bool erase(Bytes key) = 0;
+
+  // Removes every entry; requires: mode is writer.
+  virtual void clear() = 0;
+
+  // Wakes the followers in other processes that sleep until there is a change. A writer calls it
+  // when it has finished a batch; the store does so itself every so many changes.
+  virtual void wakeFollowers() = 0;
+
+  // The table was found corrupt by somebody who read it; recorded and traced, never thrown.
+  virtual void corruptionDetected(const std::string& message) = 0;
+  virtual uint64_t corruptionsDetected() const = 0;
+
+ protected:
+  TableStore() = default;
+};
+
+}  // namespace Shoal

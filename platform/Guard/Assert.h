@@ -1,7 +1,8 @@
 // Assertions, on in every build type. Two kinds, for programming errors only:
 //
 //   standardAssert       prints the failed condition in the C library's own form and aborts
-//   debugAndThrowAssertException   throws, so that a host with many plug-ins can survive one of them
+//   debugAndThrowAssertException   throws, so that a host with many plug-ins can survive one of
+//   them
 //
 // The host supplies the two out-of-line functions.
 #pragma once
@@ -14,7 +15,8 @@
 
 namespace Guard {
 
-// Thrown by debugAndThrowAssertException. what() is the message alone; where it failed stands apart.
+// Thrown by debugAndThrowAssertException. what() is the message alone; where it failed stands
+// apart.
 class AssertException final : public Exception {
  public:
   AssertException(const std::string& message, const char* file, const char* function, int line)
@@ -60,8 +62,7 @@ class DebugStream {
 inline void standardAssert(bool holds, const char* text,
                            std::source_location where = std::source_location::current()) {
   if (!holds) [[unlikely]] {
-    assertionFailed(text, where.file_name(), static_cast<int>(where.line()),
-                    where.function_name());
+    assertionFailed(text, where.file_name(), static_cast<int>(where.line()), where.function_name());
   }
 }
 

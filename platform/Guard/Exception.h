@@ -1,7 +1,7 @@
 // The root of every exception in the system.
 //
-// Each class carries one finished text and has a static throwException(text), so that a throw is one
-// call, out of line, and can be searched for by its class name.
+// Each class carries one finished text and has a static throwException(text), so that a throw is
+// one call, out of line, and can be searched for by its class name.
 #pragma once
 
 #include <stdexcept>

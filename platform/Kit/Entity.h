@@ -1,8 +1,8 @@
 // Entities: named, counted objects in a tree, whose types are known by name.
 //
-// A type is described by a TypeNode: its name, its factory, generic access to its attributes by number,
-// and the names of its attributes and arguments. A library registers its types when it is loaded; a
-// Dir then makes entities of any registered type by name.
+// A type is described by a TypeNode: its name, its factory, generic access to its attributes by
+// number, and the names of its attributes and arguments. A library registers its types when it is
+// loaded; a Dir then makes entities of any registered type by name.
 #pragma once
 
 #include <atomic>
@@ -46,8 +46,9 @@ class Dir : public Entity {
   explicit Dir(Name name) : Entity(std::move(name)) {}
   ~Dir() override;
 
-  // Makes an entity of a registered type and holds it. Throws Guard::RangeException when the name is
-  // taken or the type is unknown; what the factory throws passes on, with the directory unchanged.
+  // Makes an entity of a registered type and holds it. Throws Guard::RangeException when the name
+  // is taken or the type is unknown; what the factory throws passes on, with the directory
+  // unchanged.
   Ptr<Entity> createEntity(const Name& name, const String& typeName);
   // Holds an entity that was made elsewhere, in place of one of the same name.
   void entityIs(const Ptr<Entity>& entity);

@@ -1,8 +1,8 @@
 // Counted handles and notification: the root of every entity.
 //
-// A PtrInterface counts its Ptr handles and is destroyed when the last one goes. The count is atomic
-// when the process runs in thread-safe pointer mode, and plain otherwise; a process sets the mode once,
-// before it makes a second thread.
+// A PtrInterface counts its Ptr handles and is destroyed when the last one goes. The count is
+// atomic when the process runs in thread-safe pointer mode, and plain otherwise; a process sets the
+// mode once, before it makes a second thread.
 //
 // It also keeps a list of notifiees and tells each of them when one of its attributes changed.
 #pragma once
@@ -56,8 +56,8 @@ class PtrInterface {
   PtrInterface() = default;
   virtual ~PtrInterface();
 
-  // Tells every notifiee that `attr` changed; `key` names the changed element of a collection, or is
-  // null. A notifiee may leave, or a new one may join, while this runs: one that has left hears
+  // Tells every notifiee that `attr` changed; `key` names the changed element of a collection, or
+  // is null. A notifiee may leave, or a new one may join, while this runs: one that has left hears
   // nothing more, one that joined hears from the next change on. An exception from a notifiee ends
   // the round and passes on.
   void notify(AttributeId attr, const void* key) const;
@@ -84,13 +84,13 @@ template <class T>
 class Ptr {
  public:
   Ptr() = default;
-  Ptr(std::nullptr_t) {}                                   // NOLINT(google-explicit-constructor)
-  Ptr(T* entity) : entity_(entity) { take(); }             // NOLINT(google-explicit-constructor)
+  Ptr(std::nullptr_t) {}                        // NOLINT(google-explicit-constructor)
+  Ptr(T* entity) : entity_(entity) { take(); }  // NOLINT(google-explicit-constructor)
   Ptr(const Ptr& other) : entity_(other.entity_) { take(); }
   Ptr(Ptr&& other) noexcept : entity_(std::exchange(other.entity_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& other) : entity_(other.get()) {        // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
+      : entity_(other.get()) {  // NOLINT(google-explicit-constructor)
     take();
   }
   ~Ptr() { drop(); }
@@ -139,8 +139,8 @@ class PtrInterface::NotifieeConst {
   const Ptr<const PtrInterface>& notifier() const { return notifier_; }
 
   // One attribute of the notifier changed. `key` points to the key of the changed element when the
-  // attribute is a collection and is null otherwise; it is valid during the call only. The base form
-  // ignores the change.
+  // attribute is a collection and is null otherwise; it is valid during the call only. The base
+  // form ignores the change.
   virtual void onAttribute(AttributeId attr, const void* key);
 
  protected:

@@ -1,7 +1,7 @@
 // The entity system's text types.
 //
-// Kit::String is any text. Kit::Name is the name of an entity: one part of a path, so it is not empty
-// and holds no '/'.
+// Kit::String is any text. Kit::Name is the name of an entity: one part of a path, so it is not
+// empty and holds no '/'.
 #pragma once
 
 #include <compare>
@@ -18,8 +18,8 @@ namespace Kit {
 class String {
  public:
   String() = default;
-  String(const char* text) : text_(text) {}                // NOLINT(google-explicit-constructor)
-  String(std::string text) : text_(std::move(text)) {}     // NOLINT(google-explicit-constructor)
+  String(const char* text) : text_(text) {}             // NOLINT(google-explicit-constructor)
+  String(std::string text) : text_(std::move(text)) {}  // NOLINT(google-explicit-constructor)
   explicit String(std::string_view text) : text_(text) {}
 
   const std::string& str() const { return text_; }
@@ -38,12 +38,12 @@ class String {
 
 class Name {
  public:
-  Name(const char* text) : Name(std::string(text)) {}      // NOLINT(google-explicit-constructor)
+  Name(const char* text) : Name(std::string(text)) {}  // NOLINT(google-explicit-constructor)
   // Throws Guard::RangeException for a text that cannot be one part of a path.
-  Name(std::string text) : text_(std::move(text)) {        // NOLINT(google-explicit-constructor)
+  Name(std::string text) : text_(std::move(text)) {  // NOLINT(google-explicit-constructor)
     if (text_.empty() || text_.find('/') != std::string::npos) {
-      Guard::RangeException::throwException(
-          "entity name \"" + text_ + "\": expected a non-empty text without '/'");
+      Guard::RangeException::throwException("entity name \"" + text_ +
+                                            "\": expected a non-empty text without '/'");
     }
   }
 

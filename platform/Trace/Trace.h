@@ -1,9 +1,10 @@
 // Level-filtered trace output, the dual log and the ring-buffer log.
 //
-// A trace handle has a name and a set of levels that are switched on; a message at a level that is off
-// costs one test. The dual log writes one record to the trace output and to the log kept in memory. The
-// ring log keeps the latest messages of the process in a fixed buffer, to be dumped when something
-// went wrong; its messages are a format text and unformatted arguments, so that logging stays cheap.
+// A trace handle has a name and a set of levels that are switched on; a message at a level that is
+// off costs one test. The dual log writes one record to the trace output and to the log kept in
+// memory. The ring log keeps the latest messages of the process in a fixed buffer, to be dumped
+// when something went wrong; its messages are a format text and unformatted arguments, so that
+// logging stays cheap.
 #pragma once
 
 #include <cstdint>
@@ -35,8 +36,8 @@ class Handle {
 };
 
 // The process's handle of this name, made on first use; it lives until the process ends. Its levels
-// start as the TRACE environment variable says: "NAME/LEVELS" pairs separated by commas, LEVELS being
-// digits or '*', for example TRACE=P4RuntimeRoutingVane/49.
+// start as the TRACE environment variable says: "NAME/LEVELS" pairs separated by commas, LEVELS
+// being digits or '*', for example TRACE=P4RuntimeRoutingVane/49.
 Handle& handle(const std::string& name);
 
 // Writes the message if the handle's level is on.
@@ -49,7 +50,8 @@ void outputIs(std::ostream* out);
 
 namespace DualLog {
 
-// Writes the message to the trace output and keeps it in the ring log. The caller has tested the level.
+// Writes the message to the trace output and keeps it in the ring log. The caller has tested the
+// level.
 void trace(const Trace::Handle& handle, uint8_t level, Trace::Location where,
            std::string_view message);
 
@@ -57,8 +59,8 @@ void trace(const Trace::Handle& handle, uint8_t level, Trace::Location where,
 
 namespace RingLog {
 
-// Appends one message. `format` holds one %s for each letter of `arguments`; 'i' is a 64-bit integer,
-// which is all that is in use.
+// Appends one message. `format` holds one %s for each letter of `arguments`; 'i' is a 64-bit
+// integer, which is all that is in use.
 void log(Trace::Location where, std::string_view format, std::string_view arguments, int64_t value);
 
 // Writes the messages still held, oldest first, one a line: time, place, text.

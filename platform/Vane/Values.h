@@ -1,5 +1,5 @@
-// The address values that a row column can hold. They are the tables' own values: an entry field and
-// its row column have one type, and a conversion between them is a copy.
+// The address values that a row column can hold. They are the tables' own values: an entry field
+// and its row column have one type, and a conversion between them is a copy.
 //
 // How such a column is laid out in a row is told in Vane/baseRow.h.
 #pragma once

@@ -7,7 +7,6 @@
 // The host supplies the two out-of-line functions.
 #pragma once
 
-#include <source_location>
 #include <sstream>
 #include <string>
 

@@ -7,6 +7,7 @@
 #include <iosfwd>
 
 #include "platform/Wire/Address.h"
+#include "platform/Wire/Hash.h"
 
 namespace Vane {
 

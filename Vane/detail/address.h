@@ -1,0 +1,96 @@
+// The body of an address or prefix column in a row's variable data.
+//
+//   IpGenAddr     4 or 16 bytes    | address          |
+//   IpGenPrefix   5 or 17 bytes    | length | address |    length in bits, address in network order
+//
+// The body's length tells the family. A value of no family has no body: its descriptor is absent.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "Vane/detail/scalar.h"
+#include "Vane/rowBuffer.h"
+#include "platform/Vane/Values.h"
+
+namespace Vane {
+
+template <class T>
+concept AddressColumn = OneOf<T, IpGenAddr, IpGenPrefix>;
+
+// Bytes of variable data that a value takes: 0 for a value of no family.
+template <AddressColumn T>
+constexpr len_t bodyLength(const T& value) {
+  const auto address = static_cast<len_t>(Wire::addressLength(value.family));
+  if constexpr (std::same_as<T, IpGenPrefix>) {
+    return address == 0 ? 0 : address + 1;
+  } else {
+    return address;
+  }
+}
+
+namespace detail {
+
+// A body as it lies in a row, once its length is known to be one that T has. Order: unset, IPv4,
+// IPv6; then by address bytes; then the shorter prefix first.
+template <AddressColumn T>
+struct AddressBody {
+  static constexpr len_t prefixByte = std::same_as<T, IpGenPrefix> ? 1 : 0;
+  static constexpr len_t ipv4Length = Wire::ip4Length + prefixByte;
+  static constexpr len_t ipv6Length = Wire::ip6Length + prefixByte;
+
+  static constexpr bool isLength(len_t length) {
+    return length == 0 || length == ipv4Length || length == ipv6Length;
+  }
+
+  const uint8_t* at;
+  len_t length;  // 0: unset, and `at` is not looked at
+
+  len_t addressLength() const { return length == 0 ? 0 : length - prefixByte; }
+  const uint8_t* address() const { return at + prefixByte; }
+  uint8_t prefixLength() const { return prefixByte != 0 && length != 0 ? *at : 0; }
+  Wire::AddressFamily family() const {
+    return length == ipv4Length   ? Wire::AddressFamily::ipv4
+           : length == ipv6Length ? Wire::AddressFamily::ipv6
+                                  : Wire::AddressFamily::unset;
+  }
+
+  T value() const {
+    T value{};
+    if (length == 0) return value;
+    value.family = family();
+    if constexpr (prefixByte != 0) value.length = prefixLength();
+    std::memcpy(value.bytes.data(), address(), addressLength());
+    return value;
+  }
+
+  static void store(uint8_t* to, const T& value) {
+    if constexpr (prefixByte != 0) *to = value.length;
+    std::memcpy(to + prefixByte, value.bytes.data(), Wire::addressLength(value.family));
+  }
+
+  // One MurmurHash3 block step for family and prefix length, one for each four address bytes, then
+  // the final avalanche: neighbouring prefixes end far apart.
+  uint32_t hash() const {
+    uint32_t h =
+        Wire::murmurBlock(0, uint32_t{static_cast<uint8_t>(family())} << 8 | prefixLength());
+    for (len_t i = 0; i < addressLength(); i += 4) {
+      h = Wire::murmurBlock(h, Wire::networkWord(address() + i));
+    }
+    return Wire::murmurAvalanche(h);
+  }
+
+  friend bool operator==(const AddressBody& a, const AddressBody& b) {
+    return a.length == b.length && (a.length == 0 || std::memcmp(a.at, b.at, a.length) == 0);
+  }
+
+  friend bool operator<(const AddressBody& a, const AddressBody& b) {
+    if (a.length != b.length) return a.length < b.length;
+    if (a.length == 0) return false;
+    const int order = std::memcmp(a.address(), b.address(), a.addressLength());
+    return order != 0 ? order < 0 : a.prefixLength() < b.prefixLength();
+  }
+};
+
+}  // namespace detail
+}  // namespace Vane

@@ -1,1 +1,38 @@
+# What an integrator gets: the plug-in, the platform's library and headers, pkg-config and CMake files.
 include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(ROUTING_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/p4runtime-routing)
+set(ROUTING_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/p4runtime/plugins)
+
+install(TARGETS platform EXPORT P4RuntimeRoutingTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${ROUTING_INCLUDE_DIR})
+set_target_properties(platform PROPERTIES EXPORT_NAME platform)
+install(TARGETS P4RuntimeRoutingVane LIBRARY DESTINATION ${ROUTING_PLUGIN_DIR})
+# The plug-in is found beside the platform's library wherever both are put.
+set_target_properties(P4RuntimeRoutingVane PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
+
+foreach(room Vane routing-types src-includes P4RuntimePlugin platform)
+  install(DIRECTORY ${room} DESTINATION ${ROUTING_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+endforeach()
+
+if(ROUTING_PROGRAMS)
+  install(TARGETS p4rt-agent shoalctl routing-demo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  set_target_properties(p4rt-agent shoalctl routing-demo PROPERTIES
+    INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN/../${ROUTING_PLUGIN_DIR}")
+endif()
+
+configure_file(cmake/p4runtime-routing.pc.in p4runtime-routing.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/p4runtime-routing.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+set(ROUTING_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/P4RuntimeRouting)
+install(EXPORT P4RuntimeRoutingTargets NAMESPACE P4RuntimeRouting:: DESTINATION ${ROUTING_CMAKE_DIR})
+configure_package_config_file(cmake/P4RuntimeRoutingConfig.cmake.in
+  P4RuntimeRoutingConfig.cmake INSTALL_DESTINATION ${ROUTING_CMAKE_DIR}
+  PATH_VARS ROUTING_PLUGIN_DIR)
+write_basic_package_version_file(P4RuntimeRoutingConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/P4RuntimeRoutingConfig.cmake
+  ${CMAKE_BINARY_DIR}/P4RuntimeRoutingConfigVersion.cmake DESTINATION ${ROUTING_CMAKE_DIR})

@@ -58,10 +58,12 @@ class DebugStream {
                                   const char* function);
 
 // The standard assertion. `text` is the condition as it is printed.
-inline void standardAssert(bool holds, const char* text,
-                           std::source_location where = std::source_location::current()) {
+// (Not std::source_location: clang 14 has none.)
+inline void standardAssert(bool holds, const char* text, const char* file = __builtin_FILE(),
+                           int line = __builtin_LINE(),
+                           const char* function = __builtin_FUNCTION()) {
   if (!holds) [[unlikely]] {
-    assertionFailed(text, where.file_name(), static_cast<int>(where.line()), where.function_name());
+    assertionFailed(text, file, line, function);
   }
 }
 

@@ -7,7 +7,7 @@ if(ROUTING_32BIT)
   add_link_options(-m32)
   # The kernel's headers for the 32-bit ABI are the 64-bit ones; only gcc-multilib, which cannot be
   # installed beside a cross compiler, puts them on the default path.
-  include_directories(SYSTEM AFTER /usr/include/x86_64-linux-gnu)
+  add_compile_options("SHELL:-idirafter /usr/include/x86_64-linux-gnu")
   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 

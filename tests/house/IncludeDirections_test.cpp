@@ -26,7 +26,7 @@ const std::map<std::string, std::set<std::string>> arrows = {
       "platform/Vane", "platform/Kit", "platform/Trace", "platform/Guard"}},
     {"platform/Guard", {}},
     {"platform/Wire", {}},
-    {"platform/Kit", {"platform/Guard"}},
+    {"platform/Kit", {"platform/Wire/Hash.h", "platform/Guard"}},
     {"platform/Trace", {"platform/Guard"}},
     {"platform/Vane", {"Vane", "platform/Wire", "platform/Guard"}},
     {"platform/Shoal", {"platform/Kit", "platform/Trace", "platform/Guard"}},

@@ -7,9 +7,17 @@
 #include <functional>
 #include <map>
 
+#include "platform/Guard/Exception.h"
 #include "platform/Hub/EntityManager.h"
 
 namespace Hub {
+
+// A mount that the tree refuses: the path cannot be one, is taken by something else, or the type is
+// not that of a table. The text names the path and the cause.
+class MountException final : public Guard::Throwable<MountException> {
+ public:
+  using Throwable::Throwable;
+};
 
 // Runs a piece of work later, on the agent's loop, after the present call has returned.
 using Post = std::function<void(std::function<void()>)>;
@@ -23,6 +31,14 @@ struct HubOptions {
   uint64_t defaultCapacity = 1024;
 };
 
+// Mounts are done when they are asked for, so a group is complete when it is closed, whatever its
+// timeout (in seconds, not negative); its report is posted then. It is `failed` when a mount failed
+// between the group's opening and its closing, unless it may be partial. Closing it again does
+// nothing; a group that is dropped unclosed is never reported. A report that is under way keeps the
+// mounter and the manager alive.
+//
+// A table entity that outlives its mount is left with a table that is empty and refuses writes with
+// a MountException.
 Kit::Ptr<EntityManager> makeEntityManager(HubOptions options);
 
 // The directory at the root of the manager's tree.

@@ -27,7 +27,7 @@ struct RegisteredPlugin {
 };
 
 // Loads a library into the process, where it stays until the end: its registrations are objects
-// inside it. Throws PluginLoadException.
+// inside it. A library that is loaded already is left as it is. Throws PluginLoadException.
 void loadPluginLibrary(const std::filesystem::path& file);
 
 // What has been registered with the default loader, in order.

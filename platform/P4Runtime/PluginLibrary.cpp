@@ -1,0 +1,67 @@
+#include "platform/P4Runtime/PluginLibrary.h"
+
+#include <dlfcn.h>
+
+#include <set>
+
+namespace P4Runtime {
+namespace {
+
+class ReferenceLoader final : public Plugin::Loader<PluginContext> {
+ public:
+  void registerPlugin(const std::string& name, const std::string& source,
+                      const std::string& feature, const std::string& profile,
+                      LoaderInitCallerWithContext*) override {
+    registered_.push_back({name, source, feature, profile});
+  }
+  std::string source() const override { return source_; }
+
+  const std::vector<RegisteredPlugin>& registered() const { return registered_; }
+  void load(const std::filesystem::path& file);
+
+ private:
+  std::vector<RegisteredPlugin> registered_;
+  std::string source_;  // empty while no library is being loaded
+  std::set<void*> libraries_;
+};
+
+// Made on first use, because plug-ins register during static initialisation, and never destroyed.
+ReferenceLoader& loader() {
+  static ReferenceLoader& instance = *new ReferenceLoader;
+  return instance;
+}
+
+[[noreturn]] void throwNotLoaded(const std::filesystem::path& file, const std::string& cause) {
+  PluginLoadException::throwException("plug-in library \"" + file.string() + "\": " + cause);
+}
+
+void ReferenceLoader::load(const std::filesystem::path& file) {
+  const size_t before = registered_.size();
+  // Absolute: a bare file name would be searched for along the library path.
+  source_ = std::filesystem::absolute(file).string();
+  void* library = dlopen(source_.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  source_.clear();
+  if (!library) throwNotLoaded(file, dlerror());
+  if (registered_.size() > before) {
+    libraries_.insert(library);
+  } else if (!libraries_.contains(library)) {
+    dlclose(library);
+    throwNotLoaded(file, "it registered no plug-in when it was loaded");
+  }
+}
+
+}  // namespace
+
+Plugin::Loader<PluginContext>& DefaultPluginLoader() { return loader(); }
+
+void loadPluginLibrary(const std::filesystem::path& file) { loader().load(file); }
+
+const std::vector<RegisteredPlugin>& registeredPlugins() { return loader().registered(); }
+
+void startPlugins(PluginContext* context, std::vector<Kit::Ptr<P4RuntimePluginBase>>& started) {
+  loader().contextIs(context);
+  const auto& initCallers = loader().initCallers();
+  for (size_t i = 0; i < initCallers.size(); ++i) started.push_back((*initCallers[i])());
+}
+
+}  // namespace P4Runtime

@@ -59,9 +59,12 @@ struct RowMetadata {
   std::string (*toText)(const BaseRow&) = nullptr;
 };
 
-// Offers a row type's description. The database reads it when the type is first asked for.
+// Offers a row type's description. The database reads it when the type is first asked for. A second
+// description of a name replaces the first.
 void installRowMetadata(RowMetadata metadata);
 // The description offered for this name; null if there is none.
 const RowMetadata* rowMetadata(const std::string& typeName);
+// The names of the row types that have offered a description, sorted.
+std::vector<std::string> rowTypeNames();
 
 }  // namespace Vane

@@ -10,19 +10,6 @@
 namespace Vane::Test {
 namespace {
 
-template <class Error>
-void expectThrows(auto&& action, const std::string& message) {
-  try {
-    action();
-    ADD_FAILURE() << "expected \"" << message << '"';
-  } catch (const Error& e) {
-    EXPECT_EQ(e.message(), message);
-  }
-}
-
-constexpr auto nullRow = "null row";
-constexpr auto readOnly = "Attempting to modify read-only row";
-
 TEST(NullRow, HasNoHeader) {
   BaseRow row;
   EXPECT_TRUE(row.isNull());

@@ -1,6 +1,8 @@
 // What the row tests share: bytes in hex, and two row types.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -9,6 +11,19 @@
 #include "Vane/baseRow.h"
 
 namespace Vane::Test {
+
+inline constexpr auto nullRow = "null row";
+inline constexpr auto readOnly = "Attempting to modify read-only row";
+
+template <class Error>
+void expectThrows(auto&& action, const std::string& message) {
+  try {
+    action();
+    ADD_FAILURE() << "expected \"" << message << '"';
+  } catch (const Error& e) {
+    EXPECT_EQ(e.message(), message);
+  }
+}
 
 // Bytes `from` to `from + count` of the row, as "0a ff".
 inline std::string hex(const BaseRow& row, size_t from, size_t count) {

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Guard/Assert.h"
+
 namespace Kit {
 
 // The number of an attribute within its entity type. Numbers are part of a type's contract.
@@ -101,8 +103,9 @@ class Ptr {
   }
 
   T* get() const { return entity_; }
-  T* operator->() const { return entity_; }
-  T& operator*() const { return *entity_; }
+  // Use of an empty handle is a standard assertion.
+  T* operator->() const { return held(); }
+  T& operator*() const { return *held(); }
   explicit operator bool() const { return entity_ != nullptr; }
 
   // Identity, not equality of contents.
@@ -113,6 +116,10 @@ class Ptr {
   friend bool operator==(const Ptr& a, std::nullptr_t) { return a.entity_ == nullptr; }
 
  private:
+  T* held() const {
+    Guard::standardAssert(entity_ != nullptr, "handle holds an entity");
+    return entity_;
+  }
   void take() {
     if (entity_) entity_->newRef();
   }

@@ -19,7 +19,12 @@ std::ostream& operator<<(std::ostream& out, PluginCleanupReason reason) {
 void P4RuntimePluginBase::init(const Kit::Ptr<PluginContext>& context) {
   pluginContext_ = context;
   initComplete_ = false;
-  pluginInit(context);
+  try {
+    pluginInit(context);
+  } catch (...) {
+    if (parent()) parent()->entityDel(name());
+    throw;
+  }
   initComplete_ = true;
 }
 

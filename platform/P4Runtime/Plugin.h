@@ -49,7 +49,8 @@ class PluginContext : public Kit::Entity {
 // thread.
 class P4RuntimePluginBase : public Hub::Mounter {
  public:
-  // What pluginInit throws passes on, with the context stored and initComplete() false.
+  // What pluginInit throws passes on, with the context stored, initComplete() false, and the entity
+  // taken out of its directory, so that its name is free for another start.
   void init(const Kit::Ptr<PluginContext>& context);
   void cleanup(PluginCleanupReason reason) { doCleanup(reason); }
   void handleMountStatus(Hub::MountStatus status,

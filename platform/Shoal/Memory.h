@@ -1,0 +1,43 @@
+// The memory that a table is mapped in: its file, or private memory for a snapshot.
+//
+// A file is sparse. Every part of it is claimed before it is written, so that a memory file system
+// without room is an exception here and never a fault signal later.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/Shoal/FileDescriptor.h"
+
+namespace Shoal {
+
+class Memory {
+ public:
+  // Maps `size` bytes of the file. Throws Guard::MemoryResourceException if the address space has
+  // no room for them. `name` is for messages.
+  Memory(FileDescriptor file, uint64_t size, bool writable, std::string name);
+  // Private zeroed memory.
+  Memory(uint64_t size, std::string name);
+  ~Memory();
+  Memory(const Memory&) = delete;
+  Memory& operator=(const Memory&) = delete;
+
+  std::byte* base() const { return base_; }
+
+  // Makes sure that these bytes have memory. Throws Guard::MemoryResourceException, with the bytes
+  // needed and free. What is already there stays.
+  void claim(uint64_t offset, uint64_t bytes);
+  // The same, but only answers whether it could.
+  bool tryClaim(uint64_t offset, uint64_t bytes);
+
+ private:
+  void map(int protection, int flags);
+
+  FileDescriptor file_;
+  uint64_t size_;
+  std::string name_;
+  std::byte* base_ = nullptr;
+};
+
+}  // namespace Shoal

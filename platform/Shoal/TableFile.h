@@ -1,0 +1,73 @@
+// Where a table's files are, and how they are opened.
+//
+// A table "a/b/name" below a root is the file root/a/b/name.shoal, and beside it name.lock, whose
+// lock the writer holds. The kernel drops the lock with its holder; the file itself stays for ever,
+// because whoever removed it would let a second writer lock another one.
+//
+// Directories are opened part by part and files by their directory; a symbolic link on the way, or
+// anything but a plain file of one name at the end, is refused without being opened for writing.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Shoal/TableFormat.h"
+
+namespace Shoal {
+
+// The parts of a table path. Throws AttachException unless each of them is a plain file name.
+std::vector<std::string> tablePathParts(const std::string& tablePath);
+
+class TableFile {
+ public:
+  enum class Access { read, write };
+
+  // Opens the table's directory; for writing, makes what is missing of it below the root's parent.
+  // Throws AttachException.
+  TableFile(const std::filesystem::path& root, const std::string& tablePath, Access access);
+
+  const std::string& name() const { return name_; }
+
+  // Becomes the table's writer. The lock lasts as long as the descriptor. Throws
+  // WriterPresentException, which names the holder.
+  FileDescriptor lock() const;
+  // Whether a writer holds the lock.
+  bool locked() const;
+
+  // The table's file, or none if it is not there.
+  std::optional<FileDescriptor> open(Access access) const;
+  // Makes the file, lets `fill` write it, and only then gives it its name. requires: lock() is
+  // held.
+  FileDescriptor create(uint64_t size, const std::function<void(int)>& fill) const;
+  void remove() const;
+
+  // The header, or none if the file is shorter than one.
+  static std::optional<Header> readHeader(const FileDescriptor& file);
+  static uint64_t sizeOf(const FileDescriptor& file);
+
+  // Throws AttachException: the file's path, and `what`.
+  [[noreturn]] void refuse(const std::string& what) const;
+
+ private:
+  void openDirectory(const std::filesystem::path& root, Access access);
+  FileDescriptor openPart(int parent, const std::string& part, Access access) const;
+  void checkOwner(int file, const char* kind) const;
+  void checkPlainFile(const FileDescriptor& file) const;
+  [[noreturn]] void refuseHolder() const;
+  [[noreturn]] void refuseErrno(const std::string& attempted) const;
+
+  std::string name_;  // the table path
+  std::filesystem::path path_;
+  FileDescriptor directory_;
+  std::string file_, lockFile_, temporary_;  // names within the directory
+};
+
+// When a process started, in clock ticks after boot; none if there is no such process. Tells a
+// process from a later one with the same id.
+std::optional<uint64_t> processStart(uint32_t pid);
+
+}  // namespace Shoal

@@ -1,0 +1,87 @@
+#include "platform/Shoal/TableIndex.h"
+
+#include <cstring>
+
+namespace Shoal {
+
+void IndexWriter::addTo(uint32_t level, uint64_t hash, uint32_t slot) {
+  const uint32_t mask = table_.plan.levelWords[level] - 1;
+  uint32_t* words = table_.index(level);
+  uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
+  for (uint32_t count = 0; words[at] != 0; at = (at + 1) & mask) {
+    if (++count > mask) table_.corrupt("index without an end");
+  }
+  put(words[at], table_.plan.wordOf(hash, slot));
+}
+
+// Readers meet the next level only when it is complete. A writer killed before that leaves words in
+// it, hence the zeroing.
+void IndexWriter::grow() {
+  const uint32_t next = level() + 1;
+  if (next >= table_.plan.indexLevels) table_.corrupt("index too small for its slots");
+  const uint64_t bytes = uint64_t{table_.plan.levelWords[next]} * sizeof(uint32_t);
+  memory_.claim(table_.plan.levelOffset[next], bytes);
+  std::memset(table_.index(next), 0, bytes);
+
+  Header& header = table_.header();
+  for (uint32_t slot = 0; slot < header.highWater; ++slot) {
+    if (kindOf(table_.slot(slot).state) != slotEmpty) addTo(next, hashOfSlot(slot), slot);
+  }
+  put(header.indexLevel, next);
+  put(header.indexVersion, header.indexVersion + 1);
+}
+
+void IndexWriter::remove(uint32_t slot) {
+  const uint64_t hash = hashOfSlot(slot);
+  const uint32_t word = table_.plan.wordOf(hash, slot);
+  const uint32_t mask = table_.plan.levelWords[level()] - 1;
+  const uint32_t* words = table_.index(level());
+  uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
+  for (uint32_t count = 0; words[at] != word; at = (at + 1) & mask) {
+    if (words[at] == 0) return;
+    if (++count > mask) table_.corrupt("index without an end");
+  }
+  put(table_.header().operation.hole, at + 1);
+  closeHole(at);
+}
+
+void IndexWriter::finishRemoval() {
+  const uint32_t hole = table_.header().operation.hole;
+  if (hole != 0) closeHole(hole - 1);
+}
+
+// Moves words back over the hole until none is missing on the way to another, then empties the last
+// place. A step that is taken twice, because the writer was killed in it, does the same again.
+void IndexWriter::closeHole(uint32_t hole) {
+  Header& header = table_.header();
+  uint32_t* words = table_.index(level());
+  for (uint32_t from = wordForHole(hole); from != hole; from = wordForHole(hole)) {
+    put(words[hole], words[from]);
+    put(header.indexVersion, header.indexVersion + 1);
+    put(header.operation.hole, from + 1);
+    hole = from;
+  }
+  put(words[hole], 0);
+  put(header.operation.hole, 0);
+}
+
+// The place of the first word after the hole that would not be found with the hole empty, or the
+// hole itself if there is none.
+uint32_t IndexWriter::wordForHole(uint32_t hole) const {
+  const uint32_t mask = table_.plan.levelWords[level()] - 1;
+  const uint32_t* words = table_.index(level());
+  for (uint32_t distance = 1; distance <= mask; ++distance) {
+    const uint32_t at = (hole + distance) & mask;
+    if (words[at] == 0) return hole;
+    if (((at - homeOf(words[at])) & mask) >= distance) return at;
+  }
+  table_.corrupt("index without an end");
+}
+
+uint32_t IndexWriter::homeOf(uint32_t word) const {
+  const uint32_t slot = table_.plan.slotOf(word);
+  if (slot >= table_.header().highWater) table_.corrupt("index word without a slot");
+  return static_cast<uint32_t>(hashOfSlot(slot) >> 32) & (table_.plan.levelWords[level()] - 1);
+}
+
+}  // namespace Shoal

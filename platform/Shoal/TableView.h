@@ -1,0 +1,109 @@
+// Typed access to the parts of a mapped table, and the reading of single entries.
+//
+// Slots. A slot is written only while it is not live, or while its sequence is odd and its old
+// entry stands in the journal. So a reader that finds a live slot with an even sequence copies the
+// entry and looks at the sequence again; one that finds it odd copies the old entry out of the
+// journal. Either way it has an entry that was in the table at a moment of the call, and never
+// waits for the writer, which may be stopped or dead.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "platform/Shoal/KeyHash.h"
+#include "platform/Shoal/TableFormat.h"
+#include "platform/Shoal/Words.h"
+
+namespace Shoal {
+
+// The mapped table. `base` holds plan.fileSize bytes; all places are bounded by the plan, which was
+// checked at attach. Requires: slot < plan.capacity, level < plan.indexLevels.
+struct TableView {
+  std::byte* base;
+  Plan plan;
+  std::string name;  // for messages: the table's path
+
+  Header& header() const { return *reinterpret_cast<Header*>(base); }
+  SlotHead& slot(uint32_t slot) const {
+    return *reinterpret_cast<SlotHead*>(base + plan.slotsOffset + uint64_t{slot} * plan.slotStride);
+  }
+  std::byte* entry(uint32_t at) const {
+    return reinterpret_cast<std::byte*>(&slot(at)) + sizeof(SlotHead);
+  }
+  uint32_t* index(uint32_t level) const {
+    return reinterpret_cast<uint32_t*>(base + plan.levelOffset[level]);
+  }
+  JournalHead& journal(uint32_t turn) const {
+    return *reinterpret_cast<JournalHead*>(base + plan.journalOffset +
+                                           uint64_t{turn} * plan.journalStride);
+  }
+  std::byte* journalEntry(uint32_t turn) const {
+    return reinterpret_cast<std::byte*>(&journal(turn)) + sizeof(JournalHead);
+  }
+  ChangeHead& change(uint64_t number) const {
+    const uint64_t at = number & (plan.ringRecords - 1);
+    return *reinterpret_cast<ChangeHead*>(base + plan.ringOffset + at * plan.ringStride);
+  }
+  std::byte* changeKey(uint64_t number) const {
+    return reinterpret_cast<std::byte*>(&change(number)) + sizeof(ChangeHead);
+  }
+
+  uint64_t hashOf(const std::byte* key) const { return keyHash(key, plan.keySize); }
+
+  // Numbers out of the header that are used as bounds or places, checked.
+  uint32_t highWater() const;
+  uint32_t indexLevel() const;
+
+  // Throws Guard::CorruptionDetectedException; the text is the table's name and `what`.
+  [[noreturn]] void corrupt(const std::string& what) const;
+  [[noreturn]] void corruptJournal(uint32_t slot) const;
+};
+
+// What became of one look at a slot.
+enum class Seen {
+  absent,  // no entry
+  other,   // an entry of another key
+  whole,   // the entry has been copied out
+  moved,   // the writer came in between; look again
+};
+
+// Whether the slot's key is `key`. Says nothing if the slot's sequence changes meanwhile.
+inline bool keyIs(const TableView& table, const std::byte* entry, const std::byte* key) {
+  const uint32_t skip = table.plan.keyOffset % 8;
+  std::array<std::byte, maxKeySize + 16> copy;
+  copyOut(copy.data(), entry + (table.plan.keyOffset - skip), skip + table.plan.keySize);
+  return std::memcmp(copy.data() + skip, key, table.plan.keySize) == 0;
+}
+
+// Copies the entry out of the journal that stood in a live slot before its sequence became `odd`.
+inline Seen readJournal(const TableView& table, uint32_t slot, uint32_t odd, std::byte* out) {
+  for (uint32_t turn = 0; turn < journalRecords; ++turn) {
+    const JournalHead& record = table.journal(turn);
+    if (look(record.sequence) != odd || look(record.slot) != slot + 1) continue;
+    copyOut(out, table.journalEntry(turn), table.plan.entrySize);
+    return look(record.sequence) == odd && look(record.slot) == slot + 1 ? Seen::whole
+                                                                         : Seen::moved;
+  }
+  if (look(table.slot(slot).sequence) != odd) return Seen::moved;
+  table.corruptJournal(slot);
+}
+
+// Copies the slot's entry into `out` if it is live and, unless `key` is null, has that key.
+inline Seen readSlot(const TableView& table, uint32_t slot, const std::byte* key, std::byte* out) {
+  const SlotHead& head = table.slot(slot);
+  const std::byte* entry = table.entry(slot);
+  const uint32_t sequence = look(head.sequence);
+  if (kindOf(look(head.state)) != slotLive) return Seen::absent;
+  // A replace leaves the key as it is, so that it can be compared whether or not one is going on.
+  if (key != nullptr && !keyIs(table, entry, key)) {
+    return look(head.sequence) == sequence ? Seen::other : Seen::moved;
+  }
+  if (sequence & 1) return readJournal(table, slot, sequence, out);
+  copyOut(out, entry, table.plan.entrySize);
+  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;
+}
+
+}  // namespace Shoal

@@ -1,0 +1,299 @@
+#include "platform/Shoal/TableWriter.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <sstream>
+
+#include "platform/Guard/Exception.h"
+
+namespace Shoal {
+
+namespace {
+
+constexpr uint64_t smallestClaim = 64u << 10;  // bytes
+constexpr uint64_t largestClaim = 4u << 20;    // bytes
+constexpr uint64_t changesPerWake = 64;
+
+[[noreturn]] void throwFull(const TableView& table) {
+  std::ostringstream text;
+  text << "shared table \"" << table.name << "\": full: capacity " << table.plan.capacity
+       << " entries";
+  Guard::MemoryResourceException::throwException(text.str());
+}
+
+}  // namespace
+
+std::string stateFault(const Header& header, const Plan& plan) {
+  struct Bound {
+    const char* name;
+    uint64_t value;
+    uint64_t limit;
+  };
+  const uint32_t level = std::min(header.indexLevel, plan.indexLevels - 1);
+  const OperationRecord& operation = header.operation;
+  for (const Bound& bound : {
+           Bound{"index level", header.indexLevel, plan.indexLevels - 1},
+           Bound{"slots claimed", header.slotsClaimed, plan.capacity},
+           Bound{"high water", header.highWater, header.slotsClaimed},
+           Bound{"high water", header.highWater, plan.levelWords[level] / 2},
+           Bound{"entries", header.live, header.highWater},
+           Bound{"free slot", header.freeHead, header.highWater},
+           Bound{"change records claimed", header.ringClaimed, plan.ringRecords},
+           Bound{"unfinished operation", operation.kind, OperationRecord::erase},
+           Bound{"slot of the unfinished operation", operation.slot, plan.capacity - 1},
+           Bound{"entries before it", operation.liveBefore, plan.capacity},
+           Bound{"hole of the unfinished operation", operation.hole, plan.levelWords[level]},
+       }) {
+    if (bound.value > bound.limit) {
+      std::ostringstream text;
+      text << bound.name << ' ' << bound.value << ", expected at most " << bound.limit;
+      return text.str();
+    }
+  }
+  return {};
+}
+
+bool TableWriter::set(const std::byte* key, const std::byte* entry) {
+  const uint64_t hash = table_.hashOf(key);
+  if (const auto slot = find(key, hash)) {
+    replace(*slot, entry);
+    return false;
+  }
+  insert(hash, entry);
+  return true;
+}
+
+bool TableWriter::erase(const std::byte* key) {
+  const auto slot = find(key, table_.hashOf(key));
+  if (!slot) return false;
+  eraseSlot(*slot);
+  return true;
+}
+
+// From the highest slot down, so that the slots are used again from the lowest up.
+void TableWriter::clear() {
+  for (uint32_t slot = table_.highWater(); slot-- != 0;) {
+    if (kindOf(table_.slot(slot).state) == slotLive) eraseSlot(slot);
+  }
+}
+
+std::optional<uint32_t> TableWriter::find(const std::byte* key, uint64_t hash) const {
+  std::optional<uint32_t> found;
+  probe(table_, hash, [&](uint32_t slot) {
+    if (slot >= header().highWater) table_.corrupt("index word without a slot");
+    const bool same =
+        kindOf(table_.slot(slot).state) == slotLive &&
+        std::memcmp(table_.entry(slot) + table_.plan.keyOffset, key, table_.plan.keySize) == 0;
+    if (same) found = slot;
+    return same;
+  });
+  return found;
+}
+
+void TableWriter::insert(uint64_t hash, const std::byte* entry) {
+  ensureChange();
+  const uint32_t reusable = header().freeHead;
+  const uint32_t slot =
+      reusable != 0 ? takeFreeSlot(reusable - 1) : takeFreshSlot(header().highWater);
+  writeEntry(slot, entry);
+  index_.add(hash, slot);
+  put(table_.slot(slot).state, slotLive);
+  put(header().live, header().operation.liveBefore + 1);
+  end(ChangeHead::set);
+}
+
+uint32_t TableWriter::takeFreeSlot(uint32_t slot) {
+  if (slot >= header().highWater || kindOf(table_.slot(slot).state) != slotFree) {
+    table_.corrupt("list of free slots leads to slot " + std::to_string(slot));
+  }
+  begin(OperationRecord::insert, slot);
+  put(header().freeHead, nextFreeOf(table_.slot(slot).state));
+  index_.remove(slot);
+  return slot;
+}
+
+uint32_t TableWriter::takeFreshSlot(uint32_t slot) {
+  if (slot >= table_.plan.capacity) throwFull(table_);
+  ensureSlot(slot);
+  index_.ensureRoom(slot + 1);
+  begin(OperationRecord::insert, slot);
+  put(header().highWater, slot + 1);
+  return slot;
+}
+
+void TableWriter::replace(uint32_t slot, const std::byte* entry) {
+  ensureChange();
+  const uint32_t odd = table_.slot(slot).sequence | 1;
+  begin(OperationRecord::replace, slot, odd);
+  keepInJournal(slot, odd);
+  writeEntry(slot, entry);
+  end(ChangeHead::set);
+}
+
+void TableWriter::eraseSlot(uint32_t slot) {
+  ensureChange();
+  if (header().live == 0) table_.corrupt("an entry in slot " + std::to_string(slot) + " of none");
+  begin(OperationRecord::erase, slot);
+  put(table_.slot(slot).state, freeState(header().freeHead));
+  put(header().freeHead, slot + 1);
+  put(header().live, header().operation.liveBefore - 1);
+  end(ChangeHead::removed);
+}
+
+void TableWriter::writeEntry(uint32_t slot, const std::byte* entry) {
+  SlotHead& head = table_.slot(slot);
+  const uint32_t odd = head.sequence | 1;
+  put(head.sequence, odd);
+  copyIn(table_.entry(slot), entry, table_.plan.entrySize);
+  put(head.sequence, odd + 1);
+}
+
+// The two records take turns, so that a reader has a whole further replace's time to copy one.
+void TableWriter::keepInJournal(uint32_t slot, uint32_t odd) {
+  const uint32_t turn = header().operation.journalTurn & 1;
+  put(header().operation.journalTurn, turn ^ 1);
+  JournalHead& record = table_.journal(turn);
+  put(record.sequence, 0);
+  put(record.slot, slot + 1);
+  copyIn(table_.journalEntry(turn), table_.entry(slot), table_.plan.entrySize);
+  put(record.sequence, odd);
+}
+
+// --- Memory -------------------------------------------------------------------------------------
+
+void TableWriter::ensureSlot(uint32_t slot) {
+  if (slot < header().slotsClaimed) [[likely]]
+    return;
+  put(header().slotsClaimed, claimElements(table_.plan.slotsOffset, table_.plan.slotStride,
+                                           header().slotsClaimed, slot + 1, table_.plan.capacity));
+}
+
+// Records are used in the order of their places but for the first, which comes last.
+void TableWriter::ensureChange() {
+  const uint32_t record =
+      static_cast<uint32_t>(header().changes + 1) & (table_.plan.ringRecords - 1);
+  if (record < header().ringClaimed) [[likely]]
+    return;
+  put(header().ringClaimed,
+      claimElements(table_.plan.ringOffset, table_.plan.ringStride, header().ringClaimed,
+                    record + 1, table_.plan.ringRecords));
+}
+
+// Claims memory for at least `wanted` elements of a region, of which `claimed` have it: a chunk
+// ahead of use if there is room for one. Returns how many have it now.
+uint32_t TableWriter::claimElements(uint64_t offset, uint64_t stride, uint32_t claimed,
+                                    uint32_t wanted, uint32_t limit) {
+  const uint64_t from = claimed * stride / pageSize * pageSize;
+  const uint64_t needed = alignUp(wanted * stride, pageSize);
+  const uint64_t chunk = std::clamp(from / 8 / pageSize * pageSize, smallestClaim, largestClaim);
+  const uint64_t region = alignUp(limit * stride, pageSize);
+  uint64_t to = std::min(std::max(needed, from + chunk), region);
+  if (!memory_.tryClaim(offset + from, to - from)) {
+    to = needed;
+    memory_.claim(offset + from, to - from);
+  }
+  return static_cast<uint32_t>(std::min<uint64_t>(to / stride, limit));
+}
+
+// --- The operation record and the change ring ---------------------------------------------------
+
+void TableWriter::begin(OperationRecord::Kind kind, uint32_t slot, uint32_t odd) {
+  OperationRecord& operation = header().operation;
+  put(operation.slot, slot);
+  put(operation.liveBefore, header().live);
+  put(operation.sequence, odd);
+  put(operation.changesBefore, header().changes);
+  put(operation.kind, kind);
+}
+
+void TableWriter::end(ChangeHead::Kind kind) {
+  OperationRecord& operation = header().operation;
+  if (header().changes == operation.changesBefore) publish(kind, operation.slot);
+  put(operation.kind, OperationRecord::none);
+}
+
+void TableWriter::publish(ChangeHead::Kind kind, uint32_t slot) {
+  const uint64_t number = header().changes + 1;
+  ChangeHead& record = table_.change(number);
+  put(record.number, 0);
+  put(record.kind, kind);
+  put(record.slot, slot);
+  copyIn(table_.changeKey(number), table_.entry(slot) + table_.plan.keyOffset, table_.plan.keySize);
+  put(record.number, number);
+  put(header().changes, number);
+  if (number % changesPerWake == 0) wakeFollowers();
+}
+
+void TableWriter::wakeFollowers() {
+  put(header().wakes, header().wakes + 1);
+  ::syscall(SYS_futex, &header().wakes, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+// --- Repair -------------------------------------------------------------------------------------
+
+void TableWriter::repair() {
+  const Plan& plan = table_.plan;
+  memory_.claim(0, plan.slotsOffset + uint64_t{header().slotsClaimed} * plan.slotStride);
+  for (uint32_t level = 0; level <= header().indexLevel; ++level) {
+    memory_.claim(plan.levelOffset[level], uint64_t{plan.levelWords[level]} * sizeof(uint32_t));
+  }
+  memory_.claim(plan.ringOffset, uint64_t{header().ringClaimed} * plan.ringStride);
+  ensureChange();
+
+  const OperationRecord& operation = header().operation;
+  if (operation.kind == OperationRecord::none) return;
+  ensureSlot(operation.slot);
+  if (operation.kind == OperationRecord::insert) repairInsert(operation.slot);
+  if (operation.kind == OperationRecord::replace) repairReplace(operation.slot);
+  if (operation.kind == OperationRecord::erase) repairErase(operation.slot);
+}
+
+// An insert that does not count yet leaves its slot first in the list of free ones. The slot's key
+// may be half-written; then no word of the index leads to it.
+void TableWriter::repairInsert(uint32_t slot) {
+  SlotHead& head = table_.slot(slot);
+  if (kindOf(head.state) == slotLive) {
+    put(header().live, header().operation.liveBefore + 1);
+    return end(ChangeHead::set);
+  }
+  index_.finishRemoval();
+  if (head.sequence & 1) put(head.sequence, head.sequence + 1);
+  if (header().highWater <= slot) put(header().highWater, slot + 1);
+  if (kindOf(head.state) == slotEmpty) put(head.state, freeState(header().freeHead));
+  put(header().freeHead, slot + 1);
+  put(header().operation.kind, OperationRecord::none);
+}
+
+// A half-written entry is taken back from the journal, where readers find it until then.
+void TableWriter::repairReplace(uint32_t slot) {
+  SlotHead& head = table_.slot(slot);
+  const uint32_t odd = header().operation.sequence;
+  if (head.sequence == odd) {
+    for (uint32_t turn = 0; turn < journalRecords; ++turn) {
+      const JournalHead& record = table_.journal(turn);
+      if (record.sequence != odd || record.slot != slot + 1) continue;
+      copyIn(table_.entry(slot), table_.journalEntry(turn), table_.plan.entrySize);
+      put(head.sequence, odd + 1);
+      put(header().operation.kind, OperationRecord::none);
+      return;
+    }
+    table_.corruptJournal(slot);
+  }
+  if (head.sequence == odd + 1) return end(ChangeHead::set);
+  put(header().operation.kind, OperationRecord::none);
+}
+
+void TableWriter::repairErase(uint32_t slot) {
+  if (kindOf(table_.slot(slot).state) == slotFree) {
+    put(header().freeHead, slot + 1);
+    put(header().live, header().operation.liveBefore - 1);
+    return end(ChangeHead::removed);
+  }
+  put(header().operation.kind, OperationRecord::none);
+}
+
+}  // namespace Shoal

@@ -1,0 +1,170 @@
+#include "agent/Agent.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "agent/Log.h"
+#include "agent/RowCommands.h"
+#include "agent/Tables.h"
+#include "platform/Hub/Mount.h"
+#include "platform/Hub/ReferenceHub.h"
+#include "platform/P4Runtime/PluginLibrary.h"
+
+namespace Agent {
+namespace {
+
+Kit::Ptr<Hub::EntityManager> makeHub(const Options& options, EventLoop& loop) {
+  Hub::HubOptions hub;
+  hub.shoalRoot = options.shoalRoot;
+  hub.post = [&loop](std::function<void()> work) { loop.post(std::move(work)); };
+  hub.capacities.insert(options.capacities.begin(), options.capacities.end());
+  if (options.defaultCapacity) {
+    hub.defaultCapacity = *options.defaultCapacity;
+    // A plug-in asks for what it mounts itself; the operator's wish comes first.
+    for (const TableInfo& table : routingTables()) {
+      hub.capacities.emplace(table.path, *options.defaultCapacity);
+    }
+  }
+  return Hub::makeEntityManager(std::move(hub));
+}
+
+// The whole line, also into a pipe that takes it in parts. A reader that has gone away is no error:
+// the agent serves on.
+void writeOut(const std::string& line) {
+  for (size_t at = 0; at < line.size();) {
+    const ssize_t count = ::write(STDOUT_FILENO, line.data() + at, line.size() - at);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return Log::error("standard output: {}", std::strerror(errno));
+    at += static_cast<size_t>(count);
+  }
+}
+
+}  // namespace
+
+P4rtAgent::P4rtAgent(Options options)
+    : options_(std::move(options)),
+      entityManager_(makeHub(options_, loop_)),
+      database_(Vane::makeVaneDB()),
+      context_(new P4Runtime::PluginContext("pluginContext", entityManager_, database_,
+                                            new Kit::Dir("plugins"))),
+      tables_(database_) {
+  Log::levelIs(options_.logLevel);
+  Vane::VaneDB::currentIs(database_);
+}
+
+P4rtAgent::~P4rtAgent() { Vane::VaneDB::currentIs(nullptr); }
+
+int P4rtAgent::run() {
+  start();
+  const int signal = loop_.run();
+  if (signal != 0) Log::info("ending on {}", sigabbrev_np(signal));
+  feed_.reset();
+  cleanUp();
+  return failed_ || counts_.failed != 0 ? 1 : 0;
+}
+
+void P4rtAgent::start() {
+  for (const auto& plugin : options_.plugins) P4Runtime::loadPluginLibrary(plugin);
+  for (const auto& plugin : P4Runtime::registeredPlugins()) {
+    Log::debug("plug-in {} from {}", plugin.name, plugin.source);
+  }
+  mountTables();
+  P4Runtime::startPlugins(&*context_, plugins_);
+  loop_.post([this] { serveWhenMounted(); });
+}
+
+void P4rtAgent::mountTables() {
+  for (const TableInfo& table : routingTables()) {
+    if (table.mountedBy != MountedBy::agent) continue;
+    KitShoal::MountInfo info(KitShoal::KitShoalType::hashTable);
+    info.collectionInfoIs({Kit::Name(std::string(table.collection)).str(), table.capacity});
+    KitShoal::Mount mount(entityManager_);
+    mount.doMount(Kit::String(table.path), Kit::String(table.entityType), info);
+    Log::debug("mounted {}", table.path);
+  }
+}
+
+// Mount groups are reported through the loop; their reports were posted before this.
+void P4rtAgent::serveWhenMounted() {
+  for (const auto& plugin : plugins_) {
+    if (!plugin->mountsComplete()) return loop_.post([this] { serveWhenMounted(); });
+  }
+  if (options_.follow) follower_ = std::make_unique<Follower>(*database_);
+  Log::info("serving {} tables below {}", database_->tableNames().size(),
+            options_.shoalRoot.string());
+  begun_ = std::chrono::steady_clock::now();
+  feed_ = std::make_unique<Feed>(loop_, inputs(),
+                                 Feed::Callbacks{.afterBatch = [this] { afterBatch(); },
+                                                 .atEnd = [this] { inputsEnded(); },
+                                                 .bad =
+                                                     [this](const std::string& cause) {
+                                                       failed_ = true;
+                                                       Log::error("{}", cause);
+                                                       if (options_.strict) loop_.stop();
+                                                     },
+                                                 .stopped = [this] { loop_.stop(); }});
+  feed_->start();
+}
+
+std::deque<Feed::Input> P4rtAgent::inputs() {
+  std::deque<Feed::Input> inputs;
+  for (const std::string& file : options_.prefixes) {
+    inputs.push_back({file, [this](const std::string& name) {
+                        return std::make_unique<PrefixRows>(name, options_.strict, counts_, tables_,
+                                                            prefixes_);
+                      }});
+  }
+  if (options_.load) {
+    inputs.push_back({*options_.load, [this](const std::string& name) {
+                        return std::make_unique<RowCommands>(
+                            name, options_.strict, counts_, tables_, [this](uint64_t id) {
+                              afterBatch();
+                              report(fmt::format(R"("sync":{})", id));
+                            });
+                      }});
+  }
+  return inputs;
+}
+
+void P4rtAgent::afterBatch() {
+  Hub::flushMounts(entityManager_);
+  if (follower_) follower_->take();
+}
+
+void P4rtAgent::inputsEnded() {
+  const bool loaded = options_.load || !options_.prefixes.empty();
+  if (loaded) {
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun_;
+    Log::info("{} rows applied, {} failed, in {:.2f} s", counts_.ok, counts_.failed, took.count());
+  }
+  if (options_.status) report(R"("status":"loaded")");
+  if (options_.once) loop_.stop();
+}
+
+void P4rtAgent::cleanUp() {
+  follower_.reset();
+  if (options_.onExit == OnExit::keep) return;
+  const auto reason = options_.onExit == OnExit::empty ? P4Runtime::PluginCleanupReason::restart
+                                                       : P4Runtime::PluginCleanupReason::removal;
+  for (const auto& plugin : plugins_) plugin->cleanup(reason);
+  Hub::flushMounts(entityManager_);
+  Log::info("the tables have been {}", options_.onExit == OnExit::empty ? "emptied" : "detached");
+}
+
+void P4rtAgent::report(const std::string& head) {
+  std::string tables;
+  for (const std::string& name : database_->tableNames()) {
+    const auto table = database_->table(name);
+    tables += fmt::format(R"({}"{}":{{"entries":{},"oldestChangeIdx":{},"latestChangeIdx":{})",
+                          tables.empty() ? "" : ",", name, table->size(), table->oldestChangeIdx(),
+                          table->latestChangeIdx());
+    if (follower_) tables += R"(,"follower":)" + follower_->report(name);
+    tables += '}';
+  }
+  writeOut(fmt::format("{{{},\"ok\":{},\"failed\":{},\"tables\":{{{}}}}}\n", head, counts_.ok,
+                       counts_.failed, tables));
+}
+
+}  // namespace Agent

@@ -1,0 +1,116 @@
+#include "agent/Options.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdlib>
+
+#include "agent/Tables.h"
+
+namespace Agent {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* defaultPlugin = "libP4RuntimeRoutingVane.so";
+constexpr int usageError = 2;
+
+// Beside the program as it is built, or as it is installed.
+fs::path defaultPluginFile() {
+  const fs::path prefix = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
+  const fs::path built = prefix / "lib" / defaultPlugin;
+  if (fs::exists(built)) return built;
+  const fs::path installed = prefix / AGENT_PLUGIN_DIR / defaultPlugin;
+  return fs::exists(installed) ? installed : built;
+}
+
+// The same as everyone's who attaches to the tables.
+fs::path defaultRoot() {
+  if (const char* root = std::getenv("SHOAL_ROOT"); root != nullptr && *root != '\0') return root;
+  return fmt::format("/dev/shm/shoal-{}", ::getuid());
+}
+
+// "TABLE=N"; the table by name or path.
+std::pair<std::string, uint32_t> parseCapacity(const std::string& text) {
+  const size_t equals = text.find('=');
+  const TableInfo* table = tableInfo(std::string_view(text).substr(0, equals));
+  uint32_t entries = 0;
+  if (equals != std::string::npos) {
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + equals + 1, end, entries);
+    if (error != std::errc() || stop != end) entries = 0;
+  }
+  if (table == nullptr || entries == 0) {
+    std::string names;
+    for (const TableInfo& known : routingTables()) {
+      names += fmt::format("{}{}", names.empty() ? "" : ", ", known.name);
+    }
+    throw CLI::ValidationError(
+        "--capacity",
+        fmt::format("expected TABLE=ENTRIES with 1 to 4294967295 entries and one of {}; "
+                    "found \"{}\"",
+                    names, text));
+  }
+  return {std::string(table->path), entries};
+}
+
+}  // namespace
+
+ParsedOptions parseOptions(int argc, char** argv) {
+  ParsedOptions parsed;
+  Options& options = parsed.options;
+  options.shoalRoot = defaultRoot();
+  std::vector<std::string> capacities;
+  bool quiet = false;
+
+  CLI::App app(
+      "Serves the switch's routing tables: loads plug-ins, publishes their tables and takes rows.\n"
+      "Ends on SIGINT or SIGTERM.");
+  app.name("p4rt-agent");
+  app.add_option("--plugin", options.plugins,
+                 std::string("Plug-in library to load; may be repeated (default: ") +
+                     defaultPlugin + " beside the program)");
+  app.add_option("--shoal-root", options.shoalRoot, "Directory of the shared tables")
+      ->capture_default_str();
+  app.add_option("--capacity", capacities,
+                 "TABLE=ENTRIES: room for that many entries; may be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--default-capacity", options.defaultCapacity,
+                 "Room of every table that --capacity does not name")
+      ->check(CLI::Range(uint32_t{1}, uint32_t{4294967295}));
+  app.add_option("--on-exit", options.onExit,
+                 "What becomes of the tables at the end: keep, empty or detach (default: keep)")
+      ->transform(CLI::Transformer(std::map<std::string, OnExit>{
+          {"keep", OnExit::keep}, {"empty", OnExit::empty}, {"detach", OnExit::detach}}));
+  app.add_option("--load", options.load,
+                 "Rows to load: a file of JSON lines, or - for standard input");
+  app.add_option("--prefixes", options.prefixes,
+                 "A file of prefixes, one a line, plain or gzip; may be repeated")
+      ->allow_extra_args(false);
+  app.add_flag("--strict", options.strict, "End at the first line that cannot be used");
+  app.add_flag("--once", options.once, "End when the inputs have ended");
+  app.add_flag("--follow", options.follow,
+               "Follow every table as a reader and account for the changes in the reports");
+  app.add_flag("--status", options.status,
+               "Report the tables on standard output, as JSON, when the inputs have ended");
+  auto* level =
+      app.add_option("--log-level", options.logLevel, "error, info or debug (default: info)")
+          ->transform(CLI::Transformer(std::map<std::string, LogLevel>{
+              {"error", LogLevel::error}, {"info", LogLevel::info}, {"debug", LogLevel::debug}}));
+  app.add_flag("--quiet", quiet, "The same as --log-level error")->excludes(level);
+
+  try {
+    app.parse(argc, argv);
+    for (const std::string& text : capacities) options.capacities.insert(parseCapacity(text));
+  } catch (const CLI::ParseError& error) {
+    parsed.exitStatus = app.exit(error) == 0 ? 0 : usageError;
+    return parsed;
+  }
+  if (quiet) options.logLevel = LogLevel::error;
+  if (options.plugins.empty()) options.plugins.push_back(defaultPluginFile());
+  return parsed;
+}
+
+}  // namespace Agent

@@ -1,0 +1,16 @@
+#include <exception>
+
+#include "agent/Agent.h"
+#include "agent/Log.h"
+#include "agent/Options.h"
+
+int main(int argc, char** argv) {
+  try {
+    auto [options, exitStatus] = Agent::parseOptions(argc, argv);
+    if (exitStatus) return *exitStatus;
+    return Agent::P4rtAgent(std::move(options)).run();
+  } catch (const std::exception& failure) {
+    Agent::Log::error("{}", failure.what());
+    return 1;
+  }
+}

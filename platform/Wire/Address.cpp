@@ -188,10 +188,10 @@ bool readIp6(std::string_view text, Ip6Bytes& bytes) {
 }
 
 // Zeroes the bits past `length`.
-void clearHostBits(Ip6Bytes& bytes, size_t length) {
-  for (size_t i = length / 8; i < bytes.size(); ++i) {
-    const unsigned kept = i == length / 8 ? 0xFF00u >> length % 8 : 0u;
-    bytes[i] = static_cast<uint8_t>(bytes[i] & kept);
+void clearHostBits(Ip6Bytes& bytes, int length) {
+  for (uint8_t& byte : bytes) {
+    byte = static_cast<uint8_t>(byte & 0xFF00 >> std::clamp(length, 0, 8));
+    length -= 8;
   }
 }
 

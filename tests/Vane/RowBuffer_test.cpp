@@ -31,7 +31,8 @@ TEST(RowBuffer, MayBeEmpty) {
 TEST(RowBuffer, ResizingKeepsTheLeadingBytesAndZeroesTheNewOnes) {
   const uint8_t source[] = {1, 2, 3};
   VaRowBuf buffer(source, 3);
-  EXPECT_EQ(buffer.resize(6), buffer.data());
+  const uint8_t* const moved = buffer.resize(6);
+  EXPECT_EQ(moved, buffer.data());
   EXPECT_EQ(buffer.length(), 6);
   EXPECT_TRUE(std::equal(buffer.data(), buffer.data() + 6, std::begin({1, 2, 3, 0, 0, 0})));
   buffer.resize(2);

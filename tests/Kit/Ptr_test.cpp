@@ -203,10 +203,10 @@ TEST(Notification, NotifierOutlivesTheRoundInWhichItsLastHandleGoes) {
   std::unique_ptr<Listener> only;
   bool goneDuring = true;
   only = std::make_unique<Listener>(probe, [&](uint32_t, const void*) {
+    bool &nowGone = gone, &seen = goneDuring;  // the listener takes this closure along
     probe = nullptr;
-    auto self = std::move(only);
-    self.reset();
-    goneDuring = gone;
+    std::exchange(only, nullptr).reset();
+    seen = nowGone;
   });
   const Probe* raw = probe.get();
   raw->change(1);

@@ -21,12 +21,12 @@ struct TextAttribute {
 };
 
 // An attribute that holds the entity of a table, and how that table is published.
-template <class TableEntity, class RowType, class AdapterType>
+template <class AdapterType>
 struct TableAttribute {
   using Plugin = P4RuntimeRoutingVanePlugin;
-  using Table = TableEntity;
-  using Row = RowType;
   using Adapter = AdapterType;
+  using Table = typename Adapter::Table;
+  using Row = typename Adapter::Row;
 
   const char* publishedName;  // in the row database
   const char* name;           // also the last part of the table's path
@@ -38,18 +38,13 @@ struct TableAttribute {
   Kit::String path(const Plugin& plugin) const { return (plugin.*dirName)() + name; }
 };
 
-using EcmpMemberAttribute =
-    TableAttribute<EcmpMember, NexthopInfoRow, EcmpMemberVaneWrappers::NexthopInfoVaneWrapper>;
-using EcmpGroupAttribute =
-    TableAttribute<EcmpGroup, EcmpMemberListRow, EcmpGroupVaneWrappers::EcmpMemberListVaneWrapper>;
+using EcmpMemberAttribute = TableAttribute<EcmpMemberVaneWrappers::NexthopInfoVaneWrapper>;
+using EcmpGroupAttribute = TableAttribute<EcmpGroupVaneWrappers::EcmpMemberListVaneWrapper>;
 using IpDestinationAttribute =
-    TableAttribute<IpDestinationTable, IpDestinationRow,
-                   IpDestinationTableVaneWrappers::IpDestinationVaneWrapper>;
+    TableAttribute<IpDestinationTableVaneWrappers::IpDestinationVaneWrapper>;
 using IpVrfPrefixAttribute =
-    TableAttribute<IpVrfPrefixTable, VrfPrefixDestinationRow,
-                   IpVrfPrefixTableVaneWrappers::VrfPrefixDestinationVaneWrapper>;
+    TableAttribute<IpVrfPrefixTableVaneWrappers::VrfPrefixDestinationVaneWrapper>;
 using EncapAttribute = TableAttribute<
-    NexthopGroup::L2NexthopGroupEncapTable, NexthopGroup::L2NexthopGroupEncapRow,
     NexthopGroup::L2NexthopGroupEncapTableVaneWrappers::L2NexthopGroupEncapVaneWrapper>;
 
 // Calls f with each attribute that holds a text, in order of id.

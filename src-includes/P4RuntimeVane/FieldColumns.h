@@ -1,0 +1,119 @@
+// Pairs the fields of a table entry with the columns of its row: one list, read in both directions.
+//
+//   using KeyColumns = FieldColumns<VrfPrefixDestinationRow,
+//                                   Field<"vrfId", &IpVrfPrefixKey::vrfId>,
+//                                   Field<"prefix", &IpVrfPrefixKey::prefix>>;
+//   using Columns = FieldColumns<VrfPrefixDestinationRow,
+//                                Field<"genId", &VrfPrefixDestination::genId>,
+//                                ...
+//                                Part<&VrfPrefixDestination::key, KeyColumns>,
+//                                ...>;
+//
+// The lists stand in column order. A row is written and read by offset; what its type field says is
+// not looked at.
+#pragma once
+
+#include <algorithm>
+#include <concepts>
+#include <cstddef>
+#include <sstream>
+
+#include "Vane/baseRow.h"
+#include "platform/Vane/VaExceptions.h"
+#include "routing-types/ColumnList.h"
+
+namespace P4RuntimeVane {
+
+using RoutingTypes::ColumnName;
+
+inline void needBuffer(const Vane::BaseRow& row) {
+  if (row.isNull()) Vane::VaNullRow::throwException("null row");
+}
+
+// A row that somebody else made may be shorter than its type's fixed area. The row layer does not
+// check that for scalars. Requires: the row has a buffer.
+inline void needColumn(const Vane::BaseRow& row, Vane::len_t col, size_t width) {
+  const size_t bytes = row.buffer()->length();
+  if (row.rowOffset() + col + width > bytes) [[unlikely]] {
+    std::ostringstream message;
+    message << "column " << col << ": its " << width << " bytes lie outside the row, which has "
+            << bytes - std::min<size_t>(bytes, row.rowOffset()) << " bytes";
+    Vane::VaOutOfRange::throwException(message.str());
+  }
+}
+
+// One value in one column of Row, which has the value's type.
+template <class Row, ColumnName name>
+struct ValueColumn {
+  using Type = typename Row::Columns::template Type<name>;
+  static constexpr Vane::len_t offset = Row::Columns::template offsetOf<name>;
+
+  static void write(Row& row, const std::same_as<Type> auto& value) {
+    needBuffer(row);
+    RoutingTypes::setColumnValue(row, offset, value, Row::baseRowLength_);
+  }
+  // Requires: the row has a buffer.
+  static Type read(const Vane::BaseRow& row) {
+    needColumn(row, offset, RoutingTypes::slotWidth<Type>);
+    return RoutingTypes::columnValue<Type>(row, offset);
+  }
+  static constexpr Vane::len_t endAfter(Vane::len_t at) {
+    return at == offset ? offset + RoutingTypes::slotWidth<Type> : 0;
+  }
+};
+
+// Every kind of list element tells toRow, fromRow, and which columns it takes: endAfter(`at`) is
+// where its columns end when they begin at `at`, and 0 when they do not.
+template <class Row, class... Fields>
+struct FieldColumns {
+  template <class Object>
+  static void toRow(const Object& object, Row& row) {
+    (Fields::template toRow<Row>(object, row), ...);
+  }
+  // Requires: the row has a buffer.
+  template <class Object>
+  static void fromRow(const Vane::BaseRow& row, Object& object) {
+    (Fields::template fromRow<Row>(row, object), ...);
+  }
+  static constexpr Vane::len_t endAfter(Vane::len_t at) {
+    ((at = Fields::template endAfter<Row>(at)), ...);
+    return at;
+  }
+};
+
+// One field of the object, in one column. `path` leads to it, member by member; without one it is
+// the object itself that stands in the column.
+template <ColumnName name, auto... path>
+struct Field {
+  template <class Row, class Object>
+  static void toRow(const Object& object, Row& row) {
+    ValueColumn<Row, name>::write(row, (object.*....*path));
+  }
+  template <class Row, class Object>
+  static void fromRow(const Vane::BaseRow& row, Object& object) {
+    (object.*....*path) = ValueColumn<Row, name>::read(row);
+  }
+  template <class Row>
+  static constexpr Vane::len_t endAfter(Vane::len_t at) {
+    return ValueColumn<Row, name>::endAfter(at);
+  }
+};
+
+// A field of the object that has a list of its own.
+template <auto field, class Columns>
+struct Part {
+  template <class Row, class Object>
+  static void toRow(const Object& object, Row& row) {
+    Columns::toRow(object.*field, row);
+  }
+  template <class Row, class Object>
+  static void fromRow(const Vane::BaseRow& row, Object& object) {
+    Columns::fromRow(row, object.*field);
+  }
+  template <class Row>
+  static constexpr Vane::len_t endAfter(Vane::len_t at) {
+    return Columns::endAfter(at);
+  }
+};
+
+}  // namespace P4RuntimeVane

@@ -1,0 +1,432 @@
+// A shared-memory table as a table of the row database.
+//
+//   row database  --begin, find, row-->  adapter  --reads-->  Shoal map
+//                 --rowIs, rowDel----->           --sets--->  table entity
+//                 <--change log--------           <--258----  (changed key)
+//
+// An adapter keeps no rows: it makes each from the table's entry when it is asked for one. It keeps
+// only which keys have changed since when (ChangeLog.h), and learns of changes in one way alone,
+// from the table entity; its own writes come back to it like those of anybody else.
+//
+// Everything runs in the agent's thread; another process may write the table at any moment. There
+// are five adapters. This is all that they do; a traits struct says what differs, and a thin named
+// class makes each of them visible in code, logs and assertions.
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Vane/baseRow.h"
+#include "platform/Guard/Assert.h"
+#include "platform/Guard/Exception.h"
+#include "platform/Kit/Ptr.h"
+#include "platform/Shoal/ShoalMap.h"
+#include "platform/Shoal/TableEntity.h"
+#include "platform/Vane/VaTable.h"
+#include "platform/Vane/VaneDB.h"
+#include "src-includes/P4RuntimeVane/ChangeLog.h"
+#include "src-includes/P4RuntimeVane/FieldColumns.h"
+
+namespace P4RuntimeVane {
+
+// The lines that an adapter's assertions name. They are looked for in logs: never renumber them.
+struct AssertionLines {
+  int notMounted;
+  int notWriter;
+  int row;
+  int begin;
+  int end;
+  int find;
+};
+
+// What an adapter has to be told of its table.
+template <class T>
+concept TableTraits = requires(const typename T::Key& key, const typename T::Entry& entry,
+                               typename T::Row& row, typename T::Table& table) {
+  { T::name } -> std::convertible_to<const char*>;    // the adapter's class
+  { T::source } -> std::convertible_to<const char*>;  // the path that its assertions name
+  { T::lines } -> std::convertible_to<AssertionLines>;
+  { T::keyHash(key) } -> std::same_as<uint32_t>;
+  { entry.*T::key } -> std::same_as<const typename T::Key&>;
+  T::toRow(entry, row);
+  typename T::Columns;     // entry fields and row columns
+  typename T::KeyColumns;  // those of the key alone
+  (table.*T::map)();
+  (table.*T::set)(entry);
+  (table.*T::del)(key);
+  (table.*T::delAll)();
+};
+
+template <TableTraits T>
+using MapOf = typename T::Table::Map;
+
+template <TableTraits T>
+const MapOf<T>& mapOf(const Kit::Ptr<typename T::Table>& table) {
+  return ((*table).*T::map)();
+}
+
+// The row of an entry.
+template <TableTraits T>
+typename T::Row rowOf(const typename T::Entry& entry) {
+  typename T::Row row;
+  T::toRow(entry, row);
+  return row;
+}
+
+// As rowOf, into a row that is used again and again; what it held before is gone.
+template <TableTraits T>
+void refill(typename T::Row& row, const typename T::Entry& entry) {
+  row.clearRow();
+  T::toRow(entry, row);
+}
+
+// The key in the key columns of any row. Throws VaNullRow for a null row.
+template <TableTraits T>
+typename T::Key keyOf(const Vane::BaseRow& row) {
+  needBuffer(row);
+  typename T::Key key{};
+  T::KeyColumns::fromRow(row, key);
+  return key;
+}
+
+// What is told of a removed entry.
+template <TableTraits T>
+typename T::Entry entryOfOnly(const typename T::Key& key) {
+  typename T::Entry entry{};
+  entry.*T::key = key;
+  return entry;
+}
+
+// The empty entry for an absent key.
+template <TableTraits T>
+typename T::Entry lookUp(const MapOf<T>& map, const typename T::Key& key) {
+  bool found = false;
+  return map.safeLookup(key, found);
+}
+
+// The one empty row that hooks are shown beside the row that is set.
+inline const Vane::BaseRow& emptyRow() {
+  static const Vane::BaseRow row;
+  return row;
+}
+
+// Walks a table in its slot order. It goes on from the key that it has seen last, so a walk
+// survives the removal of the entry that it stands on.
+template <TableTraits T>
+class RowIterator final : public Vane::VaRowIteratorImpl {
+ public:
+  using Table = typename T::Table;
+  using Map = MapOf<T>;
+  using Key = typename T::Key;
+  using Entry = typename T::Entry;
+
+  // At the end.
+  explicit RowIterator(Kit::Ptr<Table> table) : table_(std::move(table)) {}
+  RowIterator(const RowIterator&) = delete;
+  RowIterator& operator=(const RowIterator&) = delete;
+
+  static std::unique_ptr<RowIterator> atFirst(Kit::Ptr<Table> table) {
+    auto made = onMap(std::move(table));
+    made->position([&] { return made->walk_->first(made->hint_, *made->current_); });
+    return made;
+  }
+  // On the entry of `key`, or else on the one that follows it.
+  static std::unique_ptr<RowIterator> at(Kit::Ptr<Table> table, const Key& key) {
+    auto made = onMap(std::move(table));
+    made->position([&] {
+      bool found = false;
+      *made->current_ = made->map_->safeLookup(key, found);
+      return found || made->walk_->next(key, made->hint_, *made->current_);
+    });
+    return made;
+  }
+
+  VaRowIteratorImpl& operator++() override {
+    const Key key = current_->*T::key;
+    position([&] { return walk_->next(key, hint_, *current_); });
+    return *this;
+  }
+  // The entry as it was when the iterator reached it.
+  Vane::BaseRow operator*() override { return rowOf<T>(*current_); }
+  bool operator==(const VaRowIteratorImpl& other) const override {
+    return valid_ == dynamic_cast<const RowIterator&>(other).valid_;
+  }
+  bool operator!=(const VaRowIteratorImpl& other) const override { return !(*this == other); }
+  explicit operator bool() const override { return valid_; }
+  // Looks the entry up again: the clone stands on what the table holds now.
+  std::unique_ptr<VaRowIteratorImpl> clone() const override {
+    if (!valid_) return std::make_unique<RowIterator>(table_);
+    return at(table_, keyOf<T>(rowOf<T>(*current_)));
+  }
+
+ private:
+  static std::unique_ptr<RowIterator> onMap(Kit::Ptr<Table> table) {
+    auto made = std::make_unique<RowIterator>(std::move(table));
+    made->map_ = made->walk_ = &mapOf<T>(made->table_);
+    return made;
+  }
+
+  // A corrupt table ends the walk and is the table's own matter, never the row database's.
+  template <class Step>
+  void position(Step step) {
+    try {
+      valid_ = step();
+    } catch (const Guard::CorruptionDetectedException& corruption) {
+      map_->doCorruptionDetected(corruption.message());
+      valid_ = false;
+    }
+  }
+
+  Kit::Ptr<Table> table_;
+  const Map* map_ = nullptr;   // null in an iterator that was made at the end
+  const Map* walk_ = nullptr;  // the same, as that which is iterated
+  Shoal::IterHint hint_;
+  Entry entry_{};
+  Entry* current_ = &entry_;
+  bool valid_ = false;
+};
+
+template <class Adapter, TableTraits T>
+class TableAdapter;
+
+// Hears of the changes of a table, and hands each to the adapter as a row.
+template <class Adapter, TableTraits T>
+class Reactor final : public Kit::PtrInterface::NotifieeConst {
+ public:
+  Reactor(const Kit::Ptr<typename T::Table>& table, TableAdapter<Adapter, T>& adapter)
+      : NotifieeConst(table), adapter_(&adapter) {}
+
+  void onAttribute(Kit::AttributeId attr, const void* key) override {
+    if (attr != Shoal::entriesAttribute) return NotifieeConst::onAttribute(attr, key);
+    if (!key) return;
+    entryChanged(*static_cast<const typename T::Key*>(key));
+  }
+
+ private:
+  using Entry = typename T::Entry;
+
+  void entryChanged(const typename T::Key& key) {
+    Entry entry = lookUp<T>(adapter_->map(), key);
+    const bool deleted = isEmpty(entry);
+    if (deleted) entry.*T::key = key;
+    refill<T>(scratchRow_, entry);
+    // A handle of its own: an observer that writes the table brings the next change in here while
+    // this one is still being told.
+    const typename T::Row row = scratchRow_;
+    (static_cast<Adapter*>(adapter_)->*Adapter::changeHandler)(row, deleted, key);
+  }
+  static bool isEmpty(const Entry& entry) {
+    static constexpr Entry empty{};
+    return std::memcmp(&entry, &empty, sizeof(Entry)) == 0;
+  }
+
+  typename T::Row scratchRow_;
+  TableAdapter<Adapter, T>* adapter_;
+};
+
+// Adapter is the named class. It has the change handler, `virtual void kit...Modified(row, deleted,
+// key)`, which calls logChange; `changeHandler` points to it.
+template <class Adapter, TableTraits T>
+class TableAdapter : public Vane::DefaultVaTableImplementation {
+ public:
+  using Table = typename T::Table;
+  using Map = MapOf<T>;
+  using Key = typename T::Key;
+  using Entry = typename T::Entry;
+  using Row = typename T::Row;
+  using ReactorForVane = Reactor<Adapter, T>;
+  static_assert(T::Columns::endAfter(Vane::va_contentOffset) == Row::baseRowLength_,
+                "the list pairs every column of the row type, in column order");
+
+  struct KeyHash {
+    size_t operator()(const Key& key) const { return T::keyHash(key); }
+  };
+  using Log = ChangeLog<Key, KeyHash>;
+
+  class ChangeIterator;
+
+  TableAdapter(Kit::Ptr<Table> table, std::shared_ptr<Vane::VaneDB> db, Vane::VaTableOps* ops,
+               bool allowModifiers);
+
+  const Map& map() const { return mapOf<T>(table_); }
+
+  bool readerSupported() const override { return readerSupported_; }
+  bool modifierSupported() const override { return modifierSupported_; }
+  bool observerSupported() const override { return observerSupported_; }
+  uint64_t size() const override { return map().size(); }
+
+  std::unique_ptr<Vane::VaRowIteratorImpl> begin(uint8_t idx) override;
+  std::unique_ptr<Vane::VaRowIteratorImpl> end(uint8_t idx) override;
+  std::unique_ptr<Vane::VaRowIteratorImpl> find(const Vane::BaseRow& keyRow, uint8_t idx) override;
+  Vane::BaseRow row(const Vane::BaseRow& keyRow, uint8_t idx) override;
+
+  uint64_t oldestChangeIdx() const override { return log_.oldest(); }
+  uint64_t latestChangeIdx() const override { return log_.latest(); }
+  std::unique_ptr<Vane::VaChangeIteratorImpl> nextChange(uint64_t idx) override;
+  std::unique_ptr<Vane::VaChangeIteratorImpl> endChange() override;
+  void cleanChangeMap(unsigned long long idx) override { log_.prune(idx); }
+
+  void rowIs(Vane::BaseRow& row, bool flag) override;
+  void rowDel(const Vane::BaseRow& keyRow) override;
+  void rowDelAll() override { ((*table_).*T::delAll)(); }
+
+ protected:
+  // One change: logged, told to the observers, and what nobody needs any more dropped.
+  void logChange(const Row& row, bool deleted, const Key& key);
+
+ private:
+  static bool isObserved(const Map& map) {
+    return map.initialized() && map.mode() != Shoal::Mode::snapshot;
+  }
+  static size_t capacityOf(const Map& map) {
+    return map.initialized() ? static_cast<size_t>(map.capacity()) : 0;
+  }
+  [[noreturn]] static void fail(const char* subject, const char* message, const char* function,
+                                int line);
+  static void needPrimary(uint8_t idx, const char* function, int line) {
+    if (idx != 0) fail("", "Multiple indices not supported", function, line);
+  }
+
+  // Declared in the order in which they are made; they go in the opposite one, the reactor before
+  // the table that it listens to.
+  Kit::Ptr<Table> table_;
+  std::shared_ptr<ReactorForVane> reactor_;
+  bool readerSupported_;
+  bool modifierSupported_;
+  bool observerSupported_;
+  Row scratchRow_;
+  Log log_;
+};
+
+// Walks the change log. The row of an entry that exists is the entry as it is now, not as it was at
+// the change; the row of one that was removed holds its key alone.
+template <class Adapter, TableTraits T>
+class TableAdapter<Adapter, T>::ChangeIterator final : public Vane::VaChangeIteratorImpl {
+ public:
+  using Position = typename Log::Position;
+
+  ChangeIterator(Position position, Kit::Ptr<Table> table)
+      : position_(position), table_(std::move(table)) {}
+
+  VaChangeIteratorImpl& operator++() override {
+    ++position_;
+    return *this;
+  }
+  Vane::BasicVaTableChange operator*() override {
+    const auto& [index, key] = *position_;
+    if (Log::isRemoval(index)) {
+      refill<T>(scratchRow_, entryOfOnly<T>(key));
+      return {index, Vane::ChangeKind::removed, scratchRow_};
+    }
+    refill<T>(scratchRow_, lookUp<T>(mapOf<T>(table_), key));
+    return {index, Vane::ChangeKind::exists, scratchRow_};
+  }
+  bool operator==(const VaChangeIteratorImpl& other) const override {
+    return position_ == dynamic_cast<const ChangeIterator&>(other).position_;
+  }
+  bool operator!=(const VaChangeIteratorImpl& other) const override { return !(*this == other); }
+  std::unique_ptr<VaChangeIteratorImpl> clone() const override {
+    return std::make_unique<ChangeIterator>(position_, table_);
+  }
+
+ private:
+  Position position_;
+  Row scratchRow_;
+  Kit::Ptr<Table> table_;
+};
+
+// The steps stand in their order: what is wrong with the table is found when all is built.
+template <class Adapter, TableTraits T>
+TableAdapter<Adapter, T>::TableAdapter(Kit::Ptr<Table> table, std::shared_ptr<Vane::VaneDB> db,
+                                       Vane::VaTableOps* ops, bool allowModifiers)
+    : DefaultVaTableImplementation(
+          T::name, Row::rowTypeName(), static_cast<uint16_t>(db->tableTypeId(Row::rowTypeName())),
+          /*unique=*/true, /*bounded=*/false, /*external=*/false, /*ordered=*/true, ops, {}),
+      table_(std::move(table)),
+      reactor_(std::make_shared<ReactorForVane>(table_, *this)),
+      readerSupported_(true),
+      modifierSupported_(allowModifiers),
+      observerSupported_(isObserved(map())),
+      log_(capacityOf(map())) {
+  if (!map().initialized()) {
+    fail(T::name, " expects a mount Shoal entity", T::name, T::lines.notMounted);
+  }
+  if (allowModifiers && map().mode() != Shoal::Mode::writer) {
+    fail(T::name, " is set to allow modifiers, but underlying Shoal entity is not a writer",
+         T::name, T::lines.notWriter);
+  }
+  ordered_ = false;
+  external_ = true;
+  if (!ready()) tableStateIs(Vane::TableState::ready);
+}
+
+template <class Adapter, TableTraits T>
+std::unique_ptr<Vane::VaRowIteratorImpl> TableAdapter<Adapter, T>::begin(uint8_t idx) {
+  needPrimary(idx, "begin", T::lines.begin);
+  return RowIterator<T>::atFirst(table_);
+}
+
+template <class Adapter, TableTraits T>
+std::unique_ptr<Vane::VaRowIteratorImpl> TableAdapter<Adapter, T>::end(uint8_t idx) {
+  needPrimary(idx, "end", T::lines.end);
+  return std::make_unique<RowIterator<T>>(table_);
+}
+
+template <class Adapter, TableTraits T>
+std::unique_ptr<Vane::VaRowIteratorImpl> TableAdapter<Adapter, T>::find(const Vane::BaseRow& keyRow,
+                                                                        uint8_t idx) {
+  needPrimary(idx, "find", T::lines.find);
+  return RowIterator<T>::at(table_, keyOf<T>(keyRow));
+}
+
+template <class Adapter, TableTraits T>
+Vane::BaseRow TableAdapter<Adapter, T>::row(const Vane::BaseRow& keyRow, uint8_t idx) {
+  needPrimary(idx, "row", T::lines.row);
+  return rowOf<T>(lookUp<T>(map(), keyOf<T>(keyRow)));
+}
+
+template <class Adapter, TableTraits T>
+std::unique_ptr<Vane::VaChangeIteratorImpl> TableAdapter<Adapter, T>::nextChange(uint64_t idx) {
+  return std::make_unique<ChangeIterator>(log_.after(idx), table_);
+}
+
+template <class Adapter, TableTraits T>
+std::unique_ptr<Vane::VaChangeIteratorImpl> TableAdapter<Adapter, T>::endChange() {
+  return std::make_unique<ChangeIterator>(log_.end(), table_);
+}
+
+template <class Adapter, TableTraits T>
+void TableAdapter<Adapter, T>::rowIs(Vane::BaseRow& row, bool) {
+  const Vane::BaseRow& empty = emptyRow();
+  if (const auto hook = rowHook(); hook->active()) hook->row(row, empty);
+  needBuffer(row);
+  Entry entry{};
+  T::Columns::fromRow(row, entry);
+  ((*table_).*T::set)(entry);
+}
+
+template <class Adapter, TableTraits T>
+void TableAdapter<Adapter, T>::rowDel(const Vane::BaseRow& keyRow) {
+  ((*table_).*T::del)(keyOf<T>(keyRow));
+}
+
+template <class Adapter, TableTraits T>
+void TableAdapter<Adapter, T>::logChange(const Row& row, bool deleted, const Key& key) {
+  const uint64_t previous = log_.latest();
+  const uint64_t index = log_.record(key, deleted);
+  cleanChanges(notifyObservers(previous, index, deleted, row));
+}
+
+template <class Adapter, TableTraits T>
+void TableAdapter<Adapter, T>::fail(const char* subject, const char* message, const char* function,
+                                    int line) {
+  Guard::Platform::DebugStream text;
+  text << subject << message;
+  Guard::debugAndThrowAssertException(text, T::source, function, line);
+}
+
+}  // namespace P4RuntimeVane

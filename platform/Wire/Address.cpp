@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <ostream>
+#include <stdexcept>
 
-#include "platform/Guard/Exception.h"
 #include "platform/Wire/Hash.h"
 
 namespace Wire {
@@ -198,9 +198,8 @@ void clearHostBits(Ip6Bytes& bytes, int length) {
 IpGenPrefix prefixOf(const IpGenAddr& addr, uint8_t length) {
   const size_t most = 8 * addressLength(addr.family);
   if (length > most) {
-    Guard::RangeException::throwException("prefix length " + std::to_string(length) +
-                                          " of address " + addr.text() + ": expected at most " +
-                                          std::to_string(most));
+    throw std::out_of_range("prefix length " + std::to_string(length) + " of address " +
+                            addr.text() + ": expected at most " + std::to_string(most));
   }
   IpGenPrefix prefix;
   prefix.family = addr.family;

@@ -1,0 +1,465 @@
+// Attaching: who may write, and what is refused.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <thread>
+
+#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Shoal/TableFormat.h"
+#include "tests/Shoal/TableTest.h"
+
+namespace ShoalTest {
+namespace {
+
+using Shoal::AttachException;
+using Shoal::WriterPresentException;
+
+void expectPart(const std::string& text, const std::string& part) {
+  EXPECT_NE(text.find(part), std::string::npos) << text << "\nhas no part: " << part;
+}
+
+// --- The one writer ------------------------------------------------------------------------------
+
+TEST(OneWriter, SecondOneInTheSameProcessIsRefusedByName) {
+  TempRoot root;
+  const auto first = writer<Tiny>(root, 4);
+  const std::string text = thrown<WriterPresentException>([&] { writer<Tiny>(root, 4); });
+  expectPart(text, "\"a/b/table\"");
+  expectPart(text, "process " + std::to_string(::getpid()) + " (this one)");
+}
+
+TEST(OneWriter, SecondOneInAnotherProcessIsRefusedByName) {
+  TempRoot root;
+  const auto first = writer<Tiny>(root, 4);
+  const pid_t parent = ::getpid();
+  EXPECT_EQ(runChild([&] {
+              const auto text = thrown<WriterPresentException>([&] { writer<Tiny>(root, 4); });
+              return text.find("process " + std::to_string(parent)) == std::string::npos;
+            }),
+            0);
+}
+
+TEST(OneWriter, IsRefusedByNamelessHolderWhileThatOneIsStillComing) {
+  TempRoot root;
+  { writer<Tiny>(root, 4); }
+  const Shoal::FileDescriptor lock(
+      ::open((root.path() / "a/b/table.lock").c_str(), O_RDWR | O_CLOEXEC));
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  ASSERT_EQ(::fcntl(lock.get(), F_OFD_SETLK, &whole), 0);
+  expectPart(thrown<WriterPresentException>([&] { writer<Tiny>(root, 4); }), "another process");
+}
+
+TEST(OneWriter, KilledOneFreesItsPlaceAtOnce) {
+  TempRoot root;
+  const Shared<std::atomic<bool>> attached;
+  const pid_t child = startChild([&] {
+    const auto store = writer<Tiny>(root, 4);
+    attached->store(true);
+    for (;;) ::pause();
+    return 0;
+  });
+  while (!attached->load()) std::this_thread::yield();
+  EXPECT_EQ(Shoal::tableStatus(root, tableName).writerPid, child);
+  EXPECT_THROW(writer<Tiny>(root, 4), WriterPresentException);
+  ::kill(child, SIGKILL);
+  endOfChild(child);
+  EXPECT_EQ(Shoal::tableStatus(root, tableName).writerPid, 0);
+  EXPECT_EQ(writer<Tiny>(root, 4)->generation(), 2u);
+}
+
+TEST(OneWriter, RaisesTheGenerationForThoseWhoAreAttached) {
+  TempRoot root;
+  writer<Tiny>(root, 4).reset();
+  const auto watching = reader<Tiny>(root);
+  EXPECT_EQ(watching->generation(), 1u);
+  const auto second = writer<Tiny>(root, 4);
+  EXPECT_EQ(watching->generation(), 2u);
+}
+
+TEST(OneWriter, FindsTheTableAsTheLastOneLeftIt) {
+  TempRoot root;
+  { MapOf<Tiny>(writer<Tiny>(root, 4)).put(Tiny::make(1, 7)); }
+  const MapOf<Tiny> map(writer<Tiny>(root, 4));
+  EXPECT_EQ(map.walk(), std::vector<Tiny>{Tiny::make(1, 7)});
+}
+
+TEST(OneWriter, KeepsALargerCapacityAndRefusesASmallerOne) {
+  TempRoot root;
+  writer<Tiny>(root, 8).reset();
+  EXPECT_EQ(writer<Tiny>(root, 5)->capacity(), 8u);
+  expectPart(thrown<AttachException>([&] { writer<Tiny>(root, 9); }),
+             "capacity 8, expected at least 9");
+}
+
+TEST(OneWriter, IsTheOnlyOneWhoMayWrite) {
+  TempRoot root;
+  const auto first = writer<Tiny>(root, 4);
+  MapOf<Tiny> map(reader<Tiny>(root));
+  expectPart(thrown<Guard::Exception>([&] { map.put(Tiny::make(1, 1)); }),
+             "set requires a writer, but it is attached as reader");
+  EXPECT_THROW(map.erase(Tiny::keyOf(1)), Guard::Exception);
+  EXPECT_THROW(map.clear(), Guard::Exception);
+  EXPECT_THROW(map.store()->wakeFollowers(), Guard::Exception);
+}
+
+TEST(OneWriter, IsNotKeptOutByReaders) {
+  TempRoot root;
+  writer<Tiny>(root, 4).reset();
+  const auto one = reader<Tiny>(root), two = reader<Tiny>(root);
+  EXPECT_NO_THROW(writer<Tiny>(root, 4));
+}
+
+// --- Files that are no such table ----------------------------------------------------------------
+
+class Refused : public ::testing::Test {
+ protected:
+  Refused() : file_(Shoal::tableFile(root_, tableName)) {
+    MapOf<Tiny>(writer<Tiny>(root_, 4)).put(Tiny::make(1, 1));
+  }
+  Shoal::Header header() const {
+    Shoal::Header result;
+    std::memcpy(&result, contents(file_).data(), sizeof result);
+    return result;
+  }
+  void headerIs(const Shoal::Header& header) const {
+    auto bytes = contents(file_);
+    std::memcpy(bytes.data(), &header, sizeof header);
+    contentsAre(file_, bytes);
+  }
+  // Reader and writer refuse the file with a text that has this part.
+  void expectText(const std::string& part) const {
+    expectPart(thrown<AttachException>([&] { reader<Tiny>(root_); }), part);
+    expectPart(thrown<AttachException>([&] { writer<Tiny>(root_, 4); }), part);
+    expectPart(thrown<AttachException>([&] { Shoal::attachReader(root_, tableName); }), part);
+  }
+  template <class Change>
+  void expectTextAfter(Change change, const std::string& part) const {
+    Shoal::Header changed = header();
+    change(changed);
+    headerIs(changed);
+    expectText(part);
+  }
+
+  TempRoot root_;
+  std::filesystem::path file_;
+};
+
+TEST_F(Refused, MissingTable) {
+  expectPart(thrown<AttachException>([&] { reader<Tiny>(root_, "a/b/other"); }), "no such table");
+  expectPart(thrown<AttachException>([&] { reader<Tiny>(root_, "a/c/table"); }), "No such file");
+}
+
+TEST_F(Refused, EmptyFile) {
+  contentsAre(file_, {});
+  expectText("not a shared table: 0 bytes, expected at least 512");
+}
+
+TEST_F(Refused, SomethingElse) {
+  contentsAre(file_, std::vector<char>(8192, 'x'));
+  expectText("not a shared table");
+}
+
+TEST_F(Refused, OtherVersion) {
+  expectTextAfter([](auto& h) { h.version = 2; }, "format version 2, expected 1");
+}
+
+TEST_F(Refused, OtherByteOrder) {
+  expectTextAfter([](auto& h) { h.byteOrder = 0x04030201; }, "other byte order");
+}
+
+TEST_F(Refused, TruncatedFile) {
+  const auto whole = contents(file_);
+  for (size_t size = whole.size() - 4096; size >= 4096; size -= 4096) {
+    contentsAre(file_, {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)});
+    expectText("file size " + std::to_string(size) + ", expected " + std::to_string(whole.size()));
+  }
+}
+
+TEST_F(Refused, LongerFile) {
+  auto bytes = contents(file_);
+  bytes.resize(bytes.size() + 4096);
+  contentsAre(file_, bytes);
+  expectText("file size");
+}
+
+TEST_F(Refused, OtherEntryType) {
+  Shoal::EntryLayout other = Tiny::layout();
+  other.typeName = "Test::Other";
+  expectPart(thrown<AttachException>([&] { Shoal::attachReader(root_, tableName, other); }),
+             "entry type \"Test::Checked16\", expected \"Test::Other\"");
+}
+
+TEST_F(Refused, OtherSizes) {
+  const auto refusal = [&](const Shoal::EntryLayout& layout) {
+    return thrown<AttachException>([&] { Shoal::attachWriter(root_, tableName, layout, 4); });
+  };
+  Shoal::EntryLayout other = Tiny::layout();
+  other.entrySize = 24;
+  expectPart(refusal(other), "entry size 16, expected 24");
+  other = Tiny::layout();
+  other.keyOffset = 8;
+  expectPart(refusal(other), "key offset 4, expected 8");
+  other = Tiny::layout();
+  other.keySize = 8;
+  expectPart(refusal(other), "key size 4, expected 8");
+}
+
+TEST_F(Refused, ImpossibleLayouts) {
+  const auto refusal = [&](uint32_t entry, uint32_t offset, uint32_t key, uint64_t capacity) {
+    return thrown<AttachException>([&] {
+      Shoal::attachWriter(root_, "new", {"T", entry, offset, key}, capacity);
+    });
+  };
+  expectPart(refusal(0, 0, 4, 1), "entry size 0");
+  expectPart(refusal(16385, 0, 4, 1), "entry size 16385");
+  expectPart(refusal(16, 0, 0, 1), "key size 0");
+  expectPart(refusal(16, 13, 4, 1), "key of 4 bytes at 13");
+  expectPart(refusal(16, 0xFFFFFFFC, 4, 1), "key of 4 bytes at 4294967292");
+  expectPart(refusal(16, 0, 4, 0), "capacity 0");
+  expectPart(refusal(16, 0, 4, uint64_t{1} << 32), "capacity 4294967296");
+  EXPECT_EQ(Shoal::tablesBelow(root_), std::vector<std::string>{tableName});
+}
+
+TEST_F(Refused, StateThatNoWriterLeaves) {
+  const auto refusal = [&](auto change, const std::string& part) {
+    const Shoal::Header good = header();
+    Shoal::Header changed = good;
+    change(changed);
+    headerIs(changed);
+    expectPart(thrown<AttachException>([&] { writer<Tiny>(root_, 4); }), "damaged: " + part);
+    headerIs(good);
+  };
+  refusal([](auto& h) { h.highWater = 99; }, "high water 99");
+  refusal([](auto& h) { h.live = 2; }, "entries 2, expected at most 1");
+  refusal([](auto& h) { h.freeHead = 2; }, "free slot 2");
+  refusal([](auto& h) { h.slotsClaimed = 5; }, "slots claimed 5");
+  refusal([](auto& h) { h.indexLevel = 1; }, "index level 1");
+  refusal([](auto& h) { h.ringClaimed = 1025; }, "change records claimed 1025");
+  refusal([](auto& h) { h.operation.kind = 4; }, "unfinished operation 4");
+  refusal([](auto& h) { h.operation.slot = 4; }, "slot of the unfinished operation 4");
+}
+
+// Every byte of the header, with four patterns: refused, or read without harm.
+TEST_F(Refused, OrHarmlessIsAnyHeaderWithOneOtherByte) {
+  const auto good = contents(file_);
+  uint32_t refused = 0, read = 0, corrupt = 0;
+  for (size_t at = 0; at < sizeof(Shoal::Header); ++at) {
+    for (const uint8_t pattern : {0x01, 0x80, 0xFF, 0x55}) {
+      auto bytes = good;
+      bytes[at] = static_cast<char>(bytes[at] ^ pattern);
+      contentsAre(file_, bytes);
+      try {
+        const MapOf<Tiny> map(reader<Tiny>(root_));
+        map.has(Tiny::keyOf(1));
+        map.has(Tiny::keyOf(2));
+        EXPECT_LE(map.walk().size(), 4u);
+        auto follower = Shoal::follow(map.store(), 0);
+        std::vector<Shoal::ChangeFollower::Change> changes;
+        follower->take(changes, 10);
+        EXPECT_LE(changes.size(), 10u);
+        ++read;
+      } catch (const AttachException&) {
+        ++refused;
+      } catch (const Guard::CorruptionDetectedException&) {
+        ++corrupt;
+      }
+      try {
+        MapOf<Tiny> map(writer<Tiny>(root_, 4));
+        map.put(Tiny::make(1, 2));
+        map.put(Tiny::make(2, 2));
+        map.erase(Tiny::keyOf(1));
+      } catch (const Guard::Exception&) {
+        // Which of the classes is checked above, field by field.
+      }
+    }
+  }
+  EXPECT_GE(refused, 200u * 4) << "all of the fixed part is checked";
+  EXPECT_GE(read, 100u * 4);
+  EXPECT_GE(corrupt, 1u);
+}
+
+// --- Paths ---------------------------------------------------------------------------------------
+
+TEST(TablePaths, AreNamesSeparatedBySingleSlashes) {
+  TempRoot root;
+  for (const char* path : {"", "/a", "a/", "a//b", ".", "..", "../a", "a/../b", "a/./b"}) {
+    EXPECT_THROW(Shoal::tableFile(root, path), AttachException) << path;
+    EXPECT_THROW(writer<Tiny>(root, 4, path), AttachException) << path;
+  }
+  EXPECT_EQ(Shoal::tableFile(root, "a/b"), root.path() / "a/b.shoal");
+}
+
+TEST(TablePaths, OfAllTablesBelowARootAreListedInOrder) {
+  TempRoot root;
+  for (const char* path : {"c", "a/b/d", "a/a"}) writer<Tiny>(root, 4, path);
+  contentsAre(root.path() / "stray", {'x'});
+  EXPECT_EQ(Shoal::tablesBelow(root), (std::vector<std::string>{"a/a", "a/b/d", "c"}));
+  EXPECT_TRUE(Shoal::tablesBelow(root.path() / "missing").empty());
+}
+
+TEST(TablePaths, MakeDirectoriesAndFilesForOwnerAndGroupOnly) {
+  TempRoot root;
+  const auto store = writer<Tiny>(root, 4);
+  const auto mode = [&](const char* part) {
+    struct stat status {};
+    EXPECT_EQ(::stat((root.path() / part).c_str(), &status), 0);
+    return status.st_mode & 07777;
+  };
+  EXPECT_EQ(mode("a"), 0750u);
+  EXPECT_EQ(mode("a/b"), 0750u);
+  EXPECT_EQ(mode("a/b/table.shoal"), 0640u);
+  EXPECT_EQ(mode("a/b/table.lock"), 0640u);
+}
+
+TEST(TablePaths, AreNotFollowedThroughSymbolicLinks) {
+  TempRoot root, elsewhere;
+  writer<Tiny>(elsewhere, 4).reset();
+  std::filesystem::create_directory_symlink(elsewhere.path() / "a", root.path() / "a");
+  EXPECT_THROW(reader<Tiny>(root), AttachException);
+  EXPECT_THROW(writer<Tiny>(root, 4), AttachException);
+  std::filesystem::create_symlink(elsewhere.path() / "a/b/table.shoal", root.path() / "x.shoal");
+  EXPECT_THROW(reader<Tiny>(root, "x"), AttachException);
+  EXPECT_THROW(writer<Tiny>(root, 4, "x"), AttachException);
+  std::filesystem::create_directory_symlink(elsewhere.path(), root.path() / "root");
+  EXPECT_THROW(reader<Tiny>(root.path() / "root"), AttachException);
+}
+
+TEST(TablePaths, LeadToPlainFilesOfOneNameOnly) {
+  TempRoot root;
+  std::filesystem::create_directory(root.path() / "directory.shoal");
+  ASSERT_EQ(::mkfifo((root.path() / "fifo.shoal").c_str(), 0600), 0);
+  writer<Tiny>(root, 4, "linked").reset();
+  std::filesystem::create_hard_link(root.path() / "linked.shoal", root.path() / "also.shoal");
+  for (const char* path : {"directory", "fifo", "linked", "also"}) {
+    EXPECT_THROW(reader<Tiny>(root, path), AttachException) << path;
+    EXPECT_THROW(writer<Tiny>(root, 4, path), AttachException) << path;
+  }
+}
+
+TEST(TablePaths, ThroughADirectoryThatIsOpenToAllWritersAreRefused) {
+  TempRoot root;
+  writer<Tiny>(root, 4).reset();
+  std::filesystem::permissions(root.path() / "a", std::filesystem::perms::all);
+  expectPart(thrown<AttachException>([&] { reader<Tiny>(root); }), "open to all writers");
+}
+
+TEST(TablePaths, DefaultToADirectoryOfTheUsersOwn) {
+  ::unsetenv("SHOAL_ROOT");
+  EXPECT_EQ(Shoal::defaultRoot(), "/dev/shm/shoal-" + std::to_string(::getuid()));
+  ::setenv("SHOAL_ROOT", "/dev/shm/elsewhere", 1);
+  EXPECT_EQ(Shoal::defaultRoot(), "/dev/shm/elsewhere");
+  ::unsetenv("SHOAL_ROOT");
+}
+
+// --- Removal, status, snapshots, corruption ------------------------------------------------------
+
+TEST(RemovingATable, IsDoneByItsWriterOrWhenItHasNone) {
+  TempRoot root;
+  Shoal::removeTable(root, tableName);  // nothing there: nothing happens
+  {
+    const auto store = writer<Tiny>(root, 4);
+    Shoal::removeTable(root, tableName);
+    EXPECT_TRUE(Shoal::tablesBelow(root).empty());
+  }
+  writer<Tiny>(root, 4).reset();
+  Shoal::removeTable(root, tableName);
+  EXPECT_THROW(reader<Tiny>(root), AttachException);
+  EXPECT_EQ(writer<Tiny>(root, 4)->generation(), 1u) << "a new table";
+}
+
+TEST(RemovingATable, IsRefusedWhileAnotherProcessIsItsWriter) {
+  TempRoot root;
+  const auto store = writer<Tiny>(root, 4);
+  const std::string holder = "process " + std::to_string(::getpid());
+  EXPECT_EQ(runChild([&] {
+              const auto text =
+                  thrown<WriterPresentException>([&] { Shoal::removeTable(root, tableName); });
+              return text.find(holder) == std::string::npos;
+            }),
+            0);
+  EXPECT_EQ(Shoal::tablesBelow(root).size(), 1u);
+}
+
+TEST(RemovingATable, LeavesAttachedReadersWithWhatTheyHave) {
+  TempRoot root;
+  { MapOf<Tiny>(writer<Tiny>(root, 4)).put(Tiny::make(1, 1)); }
+  const MapOf<Tiny> map(reader<Tiny>(root));
+  Shoal::removeTable(root, tableName);
+  EXPECT_TRUE(map.has(Tiny::keyOf(1)));
+}
+
+TEST(StatusOfATable, IsWhatItsHeaderAndItsFileSay) {
+  TempRoot root;
+  MapOf<Route> map(writer<Route>(root, 1000));
+  for (uint32_t number = 0; number < 10; ++number) map.put(Route::make(number, 1));
+  map.erase(Route::keyOf(3));
+  const auto status = Shoal::tableStatus(root, tableName);
+  EXPECT_EQ(status.path, tableName);
+  EXPECT_TRUE(status.layout == Route::layout());
+  EXPECT_EQ(status.entries, 9u);
+  EXPECT_EQ(status.capacity, 1000u);
+  EXPECT_EQ(status.generation, 1u);
+  EXPECT_EQ(status.changes, 11u);
+  EXPECT_EQ(status.writerPid, ::getpid());
+  EXPECT_GT(status.bytes, 10u * 64);
+  EXPECT_LT(status.bytes, 256u << 10);
+}
+
+TEST(Snapshot, IsACopyAsOfAttach) {
+  TempRoot root;
+  MapOf<Route> map(writer<Route>(root, 100));
+  for (uint32_t number = 0; number < 50; ++number) map.put(Route::make(number, 1));
+  map.erase(Route::keyOf(0));
+  const MapOf<Route> copy(Shoal::attachSnapshot(root, tableName, Route::layout()));
+  const auto before = map.walk();
+  map.clear();
+  map.put(Route::make(99, 2));
+  EXPECT_EQ(copy.mode(), Shoal::Mode::snapshot);
+  EXPECT_EQ(copy.walk(), before);
+  EXPECT_EQ(copy.size(), 49u);
+  EXPECT_EQ(copy.capacity(), 100u);
+  EXPECT_EQ(copy.store()->generation(), 1u);
+  EXPECT_FALSE(copy.has(Route::keyOf(99)));
+  expectPart(thrown<Guard::Exception>([&] { copy.store()->clear(); }), "attached as snapshot");
+  EXPECT_THROW(Shoal::follow(copy.store()), Guard::Exception);
+}
+
+TEST(Corruption, IsCountedAndNeverThrown) {
+  TempRoot root;
+  const auto store = writer<Tiny>(root, 4);
+  EXPECT_EQ(store->corruptionsDetected(), 0u);
+  store->corruptionDetected("as found by somebody");
+  store->corruptionDetected("as found by somebody else");
+  EXPECT_EQ(store->corruptionsDetected(), 2u);
+}
+
+TEST(Corruption, OfASlotThatIsRewrittenByNobodyIsReported) {
+  TempRoot root;
+  MapOf<Tiny> map(writer<Tiny>(root, 4));
+  map.put(Tiny::make(1, 1));
+  std::fstream file(Shoal::tableFile(root, tableName),
+                    std::ios::binary | std::ios::in | std::ios::out);
+  file.seekp(4096);  // the first slot's sequence
+  const uint32_t odd = 77;
+  file.write(reinterpret_cast<const char*>(&odd), 4);
+  file.flush();
+  expectPart(thrown<Guard::CorruptionDetectedException>([&] { map.has(Tiny::keyOf(1)); }),
+             "the journal does not hold its entry");
+  EXPECT_THROW(map.walk(), Guard::CorruptionDetectedException);
+}
+
+TEST(Sizes, OfKeysAndEntriesAreChecked) {
+  TempRoot root;
+  const auto store = writer<Tiny>(root, 4);
+  std::array<std::byte, 16> entry{};
+  const Shoal::Bytes key = Shoal::Bytes(entry).subspan(4, 4);
+  expectPart(thrown<Guard::Exception>([&] { store->set(key, Shoal::Bytes(entry).first(15)); }),
+             "entry of 15 bytes, expected 16");
+  expectPart(thrown<Guard::Exception>([&] { store->erase(key.first(3)); }),
+             "key of 3 bytes, expected 4");
+}
+
+}  // namespace
+}  // namespace ShoalTest

@@ -1,0 +1,193 @@
+// Following a table's changes without scanning it.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "tests/Shoal/TableTest.h"
+
+namespace ShoalTest {
+namespace {
+
+using namespace std::chrono_literals;
+using Follower = Shoal::ChangeFollower;
+using Result = Follower::Result;
+
+class Following : public ::testing::Test {
+ protected:
+  Following() : map_(writer<Tiny>(root_, 3000)), watching_(reader<Tiny>(root_)) {}
+
+  static uint32_t numberOf(const Follower::Change& change) {
+    uint32_t number = 0;
+    for (size_t i = 0; i < 4; ++i) number |= std::to_integer<uint32_t>(change.key.at(i)) << 8 * i;
+    return number;
+  }
+
+  TempRoot root_;
+  MapOf<Tiny> map_;
+  std::shared_ptr<Shoal::TableStore> watching_;
+  std::vector<Follower::Change> changes_;
+};
+
+TEST_F(Following, StartsAfterTheLatestChange) {
+  map_.put(Tiny::make(1, 1));
+  const auto follower = Shoal::follow(watching_);
+  EXPECT_EQ(follower->position(), 1u);
+  EXPECT_EQ(follower->take(changes_, 10), Result::none);
+  map_.put(Tiny::make(2, 1));
+  EXPECT_EQ(follower->take(changes_, 10), Result::changes);
+  ASSERT_EQ(changes_.size(), 1u);
+  EXPECT_EQ(changes_[0].number, 2u);
+  EXPECT_EQ(numberOf(changes_[0]), 2u);
+  EXPECT_FALSE(changes_[0].removed);
+  EXPECT_EQ(follower->position(), 2u);
+}
+
+TEST_F(Following, TellsOfInsertReplaceAndRemovalInOrder) {
+  const auto follower = Shoal::follow(watching_, 0);
+  map_.put(Tiny::make(1, 1));
+  map_.put(Tiny::make(1, 1));  // also of an equal entry
+  map_.erase(Tiny::keyOf(5));  // not there: no change
+  map_.erase(Tiny::keyOf(1));
+  EXPECT_EQ(follower->take(changes_, 2), Result::changes);
+  EXPECT_EQ(changes_.size(), 2u) << "no more than asked for";
+  EXPECT_EQ(follower->take(changes_, 10), Result::changes);
+  ASSERT_EQ(changes_.size(), 3u);
+  for (uint64_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(changes_[i].number, i + 1);
+    EXPECT_EQ(changes_[i].removed, i == 2);
+  }
+  EXPECT_EQ(follower->take(changes_, 10), Result::none);
+}
+
+TEST_F(Following, TellsOfEachEntryThatClearRemoves) {
+  for (uint32_t number = 0; number < 100; ++number) map_.put(Tiny::make(number, 1));
+  const auto follower = Shoal::follow(watching_);
+  map_.clear();
+  EXPECT_EQ(follower->take(changes_, 1000), Result::changes);
+  std::map<uint32_t, bool> removed;
+  for (const auto& change : changes_) removed[numberOf(change)] = change.removed;
+  EXPECT_EQ(changes_.size(), 100u);
+  EXPECT_EQ(removed.size(), 100u);
+  EXPECT_TRUE(removed[0] && removed[99]);
+}
+
+TEST_F(Following, GoesThroughTheWholeRing) {
+  const auto follower = Shoal::follow(watching_, 0);
+  uint64_t expected = 0;
+  for (uint32_t number = 0; number < 10000; ++number) {
+    map_.put(Tiny::make(number % 3000, number));
+    if (number % 4000 != 3999) continue;
+    changes_.clear();
+    ASSERT_EQ(follower->take(changes_, 5000), Result::changes);
+    ASSERT_EQ(changes_.size(), 4000u);
+    for (const auto& change : changes_) {
+      ASSERT_EQ(change.number, ++expected);
+      ASSERT_EQ(numberOf(change), (expected - 1) % 3000);
+    }
+  }
+}
+
+TEST_F(Following, ThatHasFallenTooFarBehindIsToldSoAndGoesOnFromNow) {
+  const auto follower = Shoal::follow(watching_, 0);
+  for (uint32_t number = 0; number < 4096; ++number) map_.put(Tiny::make(1, number));
+  EXPECT_EQ(follower->take(changes_, 1), Result::changes) << "the ring holds 4096";
+  map_.put(Tiny::make(1, 1));
+  EXPECT_EQ(follower->take(changes_, 1), Result::changes);
+  for (uint32_t number = 0; number < 10; ++number) map_.put(Tiny::make(1, number));
+  changes_.clear();
+  EXPECT_EQ(follower->take(changes_, 10), Result::missed);
+  EXPECT_TRUE(changes_.empty());
+  EXPECT_EQ(follower->position(), 4107u);
+  EXPECT_EQ(follower->take(changes_, 10), Result::none);
+  map_.put(Tiny::make(2, 1));
+  EXPECT_EQ(follower->take(changes_, 10), Result::changes);
+}
+
+TEST_F(Following, FromAChangeThatHasNotHappenedIsTreatedAsMissed) {
+  const auto follower = Shoal::follow(watching_, 99);
+  EXPECT_EQ(follower->take(changes_, 10), Result::missed);
+  EXPECT_EQ(follower->position(), 0u);
+}
+
+TEST_F(Following, WaitsUntilThereIsAChangeOrNoLonger) {
+  const auto follower = Shoal::follow(watching_);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(follower->wait(50ms));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
+  map_.put(Tiny::make(1, 1));
+  EXPECT_TRUE(follower->wait(0ms));
+}
+
+// A change without a wake-up call is seen too, a little later.
+TEST_F(Following, SleepsThroughNoChangeForLong) {
+  const pid_t child = startChild([&] {
+    const auto follower = Shoal::follow(watching_);
+    return follower->wait(10s) ? 0 : 1;
+  });
+  std::this_thread::sleep_for(50ms);
+  const auto start = std::chrono::steady_clock::now();
+  map_.put(Tiny::make(1, 1));
+  const int status = endOfChild(child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+}
+
+// The median of several sleeps is far below the time after which a sleeper looks by itself.
+TEST_F(Following, IsWokenByTheWriter) {
+  struct Times {
+    std::atomic<bool> asleep{false};
+    std::atomic<int64_t> woken{0};
+  };
+  const auto now = [] { return std::chrono::steady_clock::now().time_since_epoch().count(); };
+  std::vector<int64_t> delays;
+  for (uint32_t round = 0; round < 9; ++round) {
+    const Shared<Times> times;
+    const pid_t child = startChild([&] {
+      const auto follower = Shoal::follow(watching_);
+      times->asleep = true;
+      follower->wait(10s);
+      times->woken = now();
+      return 0;
+    });
+    while (!times->asleep) std::this_thread::yield();
+    std::this_thread::sleep_for(22ms);  // well inside the second sleep
+    map_.put(Tiny::make(round, 1));
+    const int64_t called = now();
+    map_.store()->wakeFollowers();
+    endOfChild(child);
+    delays.push_back(times->woken - called);
+  }
+  std::sort(delays.begin(), delays.end());
+  EXPECT_LT(delays[4], 10'000'000) << "nanoseconds";
+}
+
+TEST_F(Following, ByAProcessBesideTheWriterMissesNothing) {
+  constexpr uint32_t last = 50000;
+  const pid_t child = startChild([&] {
+    const auto follower = Shoal::follow(watching_, 0);
+    uint64_t expected = 0;
+    std::vector<Follower::Change> changes;
+    while (expected < last) {
+      if (!follower->wait(10s)) return 1;
+      changes.clear();
+      const Result result = follower->take(changes, 100);
+      if (result == Result::missed) {
+        if (follower->position() <= expected) return 2;
+        expected = follower->position();
+      }
+      for (const auto& change : changes) {
+        if (change.number != ++expected || numberOf(change) != change.number % 3000) return 3;
+      }
+    }
+    return 0;
+  });
+  for (uint32_t number = 1; number <= last; ++number) map_.put(Tiny::make(number % 3000, number));
+  map_.store()->wakeFollowers();
+  const int status = endOfChild(child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+}  // namespace
+}  // namespace ShoalTest

@@ -1,0 +1,114 @@
+// Running out: of places, of memory. An error with the numbers, and the table as it was.
+#include <sys/mount.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tests/Shoal/TableTest.h"
+
+namespace ShoalTest {
+namespace {
+
+using Guard::MemoryResourceException;
+
+TEST(FullTable, RefusesANewKeyByNameAndCapacityAndStaysAsItIs) {
+  TempRoot root;
+  MapOf<Tiny> map(writer<Tiny>(root, 3));
+  Model<Tiny> model;
+  for (uint32_t number = 0; number < 3; ++number) {
+    map.put(Tiny::make(number, 1));
+    model[Tiny::keyOf(number)] = Tiny::make(number, 1);
+  }
+  const auto changes = Shoal::tableStatus(root, tableName).changes;
+  const std::string text = thrown<MemoryResourceException>([&] { map.put(Tiny::make(3, 1)); });
+  EXPECT_EQ(text, "shared table \"a/b/table\": full: capacity 3 entries");
+  expectSame(map, model);
+  EXPECT_EQ(Shoal::tableStatus(root, tableName).changes, changes);
+}
+
+TEST(FullTable, StillTakesReplacementsAndRemovals) {
+  TempRoot root;
+  MapOf<Tiny> map(writer<Tiny>(root, 2));
+  map.put(Tiny::make(0, 1));
+  map.put(Tiny::make(1, 1));
+  EXPECT_FALSE(map.put(Tiny::make(1, 2)));
+  EXPECT_TRUE(map.erase(Tiny::keyOf(0)));
+  EXPECT_TRUE(map.put(Tiny::make(2, 1)));
+}
+
+TEST(NewTable, ClaimsLittleMemoryWhateverItsCapacity) {
+  TempRoot root;
+  const auto store = writer<Route>(root, 1000000);
+  EXPECT_LT(Shoal::tableStatus(root, tableName).bytes, 256u << 10);
+}
+
+// A memory file system of this test's own; not mounted where the test may not do that.
+class SmallFileSystem {
+ public:
+  explicit SmallFileSystem(const char* size) {
+    mounted_ = ::mount("tmpfs", root_.path().c_str(), "tmpfs", 0,
+                       (std::string("mode=0700,size=") + size).c_str()) == 0;
+    if (!mounted_) reason_ = std::strerror(errno);
+  }
+  ~SmallFileSystem() {
+    if (mounted_) ::umount2(root_.path().c_str(), MNT_DETACH);
+  }
+  bool mounted() const { return mounted_; }
+  const std::string& reason() const { return reason_; }
+  std::filesystem::path path() const { return root_.path() / "tables"; }
+
+ private:
+  TempRoot root_;
+  bool mounted_;
+  std::string reason_;
+};
+
+void fill(const std::filesystem::path& file) {
+  std::ofstream out(file, std::ios::binary);
+  const std::vector<char> page(4096, 'x');
+  while (out.write(page.data(), 4096).flush()) {
+  }
+}
+
+template <class Entry>
+class FullFileSystem : public ::testing::Test {};
+using Entries = ::testing::Types<Tiny, Route, Group>;
+TYPED_TEST_SUITE(FullFileSystem, Entries);
+
+TYPED_TEST(FullFileSystem, IsAnErrorWithTheNumbersAndTheTableStaysAsItIs) {
+  const SmallFileSystem small("1m");
+  if (!small.mounted()) GTEST_SKIP() << "cannot mount a file system here: " << small.reason();
+  MapOf<TypeParam> map(writer<TypeParam>(small.path(), 1000000 / (sizeof(TypeParam) / 16)));
+  const MapOf<TypeParam> watching(reader<TypeParam>(small.path()));
+  Model<TypeParam> model;
+  std::string text;
+  while (text.empty()) {
+    const auto entry = TypeParam::make(static_cast<uint32_t>(model.size()), 1);
+    try {
+      map.put(entry);
+      model[entry.id] = entry;
+    } catch (const MemoryResourceException& error) {
+      text = error.what();
+    }
+  }
+  EXPECT_NE(text.find("out of memory: "), std::string::npos) << text;
+  EXPECT_NE(text.find(" bytes needed, "), std::string::npos) << text;
+  EXPECT_NE(text.find(" free"), std::string::npos) << text;
+  EXPECT_GE(model.size() * sizeof(TypeParam), 256u << 10) << "much of the memory was of use";
+  expectSame(map, model);
+  expectSame(watching, model);
+
+  // What needs no memory goes on, also without any.
+  fill(small.path() / "filler");
+  const auto first = TypeParam::make(0, 2);
+  EXPECT_FALSE(map.put(first));
+  model[first.id] = first;
+  EXPECT_TRUE(map.erase(TypeParam::keyOf(1)));
+  model.erase(TypeParam::keyOf(1));
+  expectSame(watching, model);
+  EXPECT_THROW(writer<TypeParam>(small.path(), 1000, "second"), MemoryResourceException);
+  EXPECT_EQ(Shoal::tablesBelow(small.path()).size(), 1u) << "nothing half-made is left";
+}
+
+}  // namespace
+}  // namespace ShoalTest

@@ -105,8 +105,8 @@ std::string BaseRow::toJson() const { return ""; }
 // "len: 6, type: 258, content: 0a ff"; a length that the buffer does not hold is told, not
 // followed.
 std::string BaseRow::toString() const {
-  std::ostringstream text;
   if (isNull()) return "len: 0, NULL";
+  std::ostringstream text;
   text << "len: " << rowLength() << ", type: " << rowType() << ", content:";
   const int32_t end = std::min<int32_t>(rowLength(), room());
   text << std::hex << std::setfill('0');

@@ -82,9 +82,11 @@ class VColType {
 static_assert(sizeof(VColType) == 4 && alignof(VColType) == 1,
               "a descriptor lies anywhere in a row");
 
-// A column that holds a nested row, read as row type R.
+// What a nested row can be read as: a generic handle or a row type, which knows its own columns.
 template <class R>
-concept RowColumn = std::derived_from<R, BaseRow>;
+concept RowHandle = std::derived_from<R, BaseRow>;
+template <class R>
+concept RowType = RowHandle<R> && !OneOf<R, BaseRow, SubRow>;
 
 // A column that holds an array of fixed-size elements, named by the vector that it is read into.
 template <class T>
@@ -127,7 +129,8 @@ class BaseRow {
 
   // A null row.
   BaseRow() { ++baseRowCounters.defaultConstructions; }
-  // A zero row of `len` bytes, in a buffer of as many or of `bufLen` bytes.
+  // A zero row of `len` bytes, in a buffer of as many or of `bufLen` bytes. `bufLen` may be less
+  // than `len`, but the header must fit.
   explicit BaseRow(len_t len) : BaseRow(len, len) {}
   BaseRow(len_t len, len_t bufLen);
   BaseRow(const BaseRow& other);
@@ -192,13 +195,13 @@ class BaseRow {
   //
   // Makes `out` a view of the nested row, or null if that is absent. `out` keeps its own type: the
   // nested row's type is not looked at.
-  template <RowColumn R>
+  template <RowHandle R>
   void getColumnStruct(len_t col, R& out) const;
-  template <RowColumn R>
+  template <RowType R>
   uint32_t columnHash(len_t col) const;
-  template <RowColumn R>
+  template <RowType R>
   bool columnEqual(len_t col, const BaseRow& other, len_t otherCol) const;
-  template <RowColumn R>
+  template <RowType R>
   bool columnLess(len_t col, const BaseRow& other, len_t otherCol) const;
 
   // Array columns: at most 4095 elements; the count keeps 12 bits.

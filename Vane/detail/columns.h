@@ -120,11 +120,11 @@ inline std::optional<SubRow> BaseRow::nestedRow(len_t col, len_t least) const {
   return view;
 }
 
-template <RowColumn R>
+template <RowHandle R>
 void BaseRow::getColumnStruct(len_t col, R& out) const {
   len_t least = va_contentOffset;
   // A typed row reads its columns unchecked, so all of its fixed area has to be there.
-  if constexpr (!OneOf<R, BaseRow, SubRow>) least = out.baseRowLength();
+  if constexpr (RowType<R>) least = out.baseRowLength();
   if (auto view = nestedRow(col, least)) {
     static_cast<BaseRow&>(out) = std::move(*view);
   } else {
@@ -132,14 +132,14 @@ void BaseRow::getColumnStruct(len_t col, R& out) const {
   }
 }
 
-template <RowColumn R>
+template <RowType R>
 uint32_t BaseRow::columnHash(len_t col) const {
   R nested{BaseRow()};
   getColumnStruct(col, nested);
   return nested.rowHash();
 }
 
-template <RowColumn R>
+template <RowType R>
 bool BaseRow::columnEqual(len_t col, const BaseRow& other, len_t otherCol) const {
   R mine{BaseRow()};
   BaseRow others;
@@ -151,7 +151,7 @@ bool BaseRow::columnEqual(len_t col, const BaseRow& other, len_t otherCol) const
   return others.room() >= mine.baseRowLength() && mine.rowEqual(others);
 }
 
-template <RowColumn R>
+template <RowType R>
 bool BaseRow::columnLess(len_t col, const BaseRow& other, len_t otherCol) const {
   R mine{BaseRow()};
   BaseRow others;

@@ -1,0 +1,136 @@
+#include "platform/P4Runtime/PluginLibrary.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+using P4Runtime::loadPluginLibrary;
+using P4Runtime::P4RuntimePluginBase;
+using P4Runtime::PluginContext;
+using P4Runtime::PluginLoadException;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class Started final : public P4RuntimePluginBase {
+ public:
+  explicit Started(Kit::Name name) : P4RuntimePluginBase(std::move(name)) {}
+  void pluginInit(const Kit::Ptr<PluginContext>&) override {}
+  void doMountsComplete(Hub::MountStatus, const Kit::Ptr<Hub::EntityManager>&) override {}
+  void doCleanup(P4Runtime::PluginCleanupReason) override {}
+};
+
+// A plug-in that is part of the program.
+class LinkedPlugin final : public PluginBase<PluginContext> {
+ public:
+  explicit LinkedPlugin(std::string name) : name_(std::move(name)) {
+    using Loader = Plugin::Loader<PluginContext>;
+    Loader& loader = P4Runtime::DefaultPluginLoader();
+    loader.initCallers().push_back(
+        std::make_unique<Loader::LoaderInitCallerWithContext>(&loader, initCaller()));
+    loader.registerPlugin(name_, loader.source(), "feature", "profile",
+                          loader.initCallers().back().get());
+  }
+  Kit::Ptr<P4RuntimePluginBase> init(PluginContext* context) override {
+    given = context;
+    if (fails) throw std::runtime_error("no");
+    return new Started(name_);
+  }
+
+  const PluginContext* given = nullptr;
+  bool fails = false;
+
+ private:
+  std::string name_;
+};
+
+LinkedPlugin first("first"), second("second"), third("third");
+
+TEST(DefaultLoader, ListsWhatRegisteredInOrderAndWhereItCameFrom) {
+  const auto& plugins = P4Runtime::registeredPlugins();
+  ASSERT_GE(plugins.size(), 3u);
+  EXPECT_EQ(plugins[0].name, "first");
+  EXPECT_EQ(plugins[1].name, "second");
+  EXPECT_EQ(plugins[1].source, "") << "part of the program: loaded from nowhere";
+  EXPECT_EQ(plugins[1].feature, "feature");
+  EXPECT_EQ(plugins[1].profile, "profile");
+}
+
+TEST(DefaultLoader, StartsPlugInsInOrderWithTheContext) {
+  const Kit::Ptr<PluginContext> context(new PluginContext("c", nullptr, nullptr, nullptr));
+  std::vector<Kit::Ptr<P4RuntimePluginBase>> started;
+  startPlugins(context.get(), started);
+  ASSERT_EQ(started.size(), 3u);
+  EXPECT_EQ(started[0]->name(), Kit::Name("first"));
+  EXPECT_EQ(started[2]->name(), Kit::Name("third"));
+  EXPECT_EQ(second.given, context.get());
+}
+
+TEST(DefaultLoader, KeepsThoseStartedBeforeTheOneThatFails) {
+  const Kit::Ptr<PluginContext> context(new PluginContext("c", nullptr, nullptr, nullptr));
+  std::vector<Kit::Ptr<P4RuntimePluginBase>> started;
+  second.fails = true;
+  third.given = nullptr;
+  EXPECT_THROW(startPlugins(context.get(), started), std::runtime_error);
+  second.fails = false;
+  ASSERT_EQ(started.size(), 1u);
+  EXPECT_EQ(started[0]->name(), Kit::Name("first"));
+  EXPECT_EQ(third.given, nullptr);
+}
+
+std::string loadFailure(const std::filesystem::path& file) {
+  try {
+    loadPluginLibrary(file);
+  } catch (const PluginLoadException& e) {
+    return e.message();
+  }
+  return "no failure";
+}
+
+TEST(PluginLibrary, ThatIsMissingIsRefusedByName) {
+  EXPECT_THAT(
+      loadFailure("/no/such/plugin.so"),
+      AllOf(StartsWith("plug-in library \"/no/such/plugin.so\": "), HasSubstr("No such file")));
+}
+
+TEST(PluginLibrary, GivenByABareNameIsTakenFromHereAndNotFromTheLibraryPath) {
+  EXPECT_THAT(loadFailure("libc.so.6"),
+              AllOf(StartsWith("plug-in library \"libc.so.6\": "), HasSubstr("No such file")));
+}
+
+TEST(PluginLibrary, ThatIsNoLibraryIsRefused) {
+  const auto file =
+      std::filesystem::temp_directory_path() / ("no-library-" + std::to_string(::getpid()) + ".so");
+  std::ofstream(file) << "just a text\n";
+  EXPECT_THAT(loadFailure(file), StartsWith("plug-in library \"" + file.string() + "\": "));
+  std::filesystem::remove(file);
+}
+
+TEST(PluginLibrary, ThatRegistersNothingIsRefused) {
+  EXPECT_THAT(loadFailure(TEST_PLATFORM_FILE),
+              StartsWith("plug-in library \"" TEST_PLATFORM_FILE
+                         "\": it registered no plug-in when it was loaded"));
+  EXPECT_EQ(P4Runtime::DefaultPluginLoader().source(), "");
+}
+
+TEST(PluginLibrary, RegistersItsPlugInsWithItsPathAsTheirSource) {
+  const size_t before = P4Runtime::registeredPlugins().size();
+  loadPluginLibrary(TEST_PLUGIN_FILE);
+  ASSERT_EQ(P4Runtime::registeredPlugins().size(), before + 1);
+  const auto& plugin = P4Runtime::registeredPlugins().back();
+  EXPECT_EQ(plugin.name, "RoutingVane");
+  EXPECT_EQ(plugin.source, TEST_PLUGIN_FILE);
+  EXPECT_EQ(plugin.feature, "RoutingVane");
+  EXPECT_EQ(plugin.profile, "Routing");
+  EXPECT_TRUE(Kit::typeNode("P4RuntimeRouting::P4RuntimeRoutingVanePlugin"));
+  loadPluginLibrary(TEST_PLUGIN_FILE);
+  EXPECT_EQ(P4Runtime::registeredPlugins().size(), before + 1) << "it is loaded already";
+}
+
+}  // namespace

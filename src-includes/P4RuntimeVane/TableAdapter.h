@@ -77,10 +77,12 @@ typename T::Row rowOf(const typename T::Entry& entry) {
   return row;
 }
 
-// As rowOf, into a row that is used again and again; what it held before is gone.
+// As rowOf, into a row that is used again and again. It gets a buffer of its own each time: others
+// may keep the row that it was, and a buffer in use again would hold bytes of the longer rows
+// before.
 template <TableTraits T>
 void refill(typename T::Row& row, const typename T::Entry& entry) {
-  row.clearRow();
+  row = typename T::Row();
   T::toRow(entry, row);
 }
 

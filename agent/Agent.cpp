@@ -91,7 +91,10 @@ void P4rtAgent::serveWhenMounted() {
   for (const auto& plugin : plugins_) {
     if (!plugin->mountsComplete()) return loop_.post([this] { serveWhenMounted(); });
   }
-  if (options_.follow) follower_ = std::make_unique<Follower>(*database_);
+  if (options_.follow) {
+    follower_ = std::make_unique<Follower>(*database_);
+    follower_->take();  // reads afresh what was there before
+  }
   Log::info("serving {} tables below {}", database_->tableNames().size(),
             options_.shoalRoot.string());
   begun_ = std::chrono::steady_clock::now();

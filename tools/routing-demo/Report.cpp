@@ -13,7 +13,7 @@ namespace {
 // 1234567 as "1,234,567".
 std::string grouped(uint64_t number) {
   std::string digits = std::to_string(number);
-  for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
+  for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, 1, ',');
   return digits;
 }
 
@@ -81,7 +81,7 @@ void Report::readBack(const nlohmann::json& answer) {
 void Report::tables(const Model& model) {
   constexpr auto form = "{:<20} {:>11} {:>11} {:>16} {:>16} {:>9}";
   line("");
-  line(fmt::format(form, "table", "set", "compared", "changes followed", "in second proc.",
+  line(fmt::format(form, "table", "set", "compared", "changes followed", "in 2nd process",
                    "missed"));
   forEachTable([&](Table table) {
     const Row& row = rows_[static_cast<size_t>(table)];

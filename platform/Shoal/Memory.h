@@ -33,6 +33,7 @@ class Memory {
 
  private:
   void map(int protection, int flags);
+  void populate(uint64_t offset, uint64_t bytes);
 
   FileDescriptor file_;
   uint64_t size_;

@@ -126,7 +126,8 @@ std::shared_ptr<TableStore> attachSnapshot(const std::filesystem::path& root,
 }
 
 void removeTable(const std::filesystem::path& root, const std::string& tablePath) {
-  if (!std::filesystem::exists(tableFile(root, tablePath))) return;
+  std::error_code ignored;
+  if (!std::filesystem::exists(tableFile(root, tablePath), ignored)) return;
   const TableFile place(root, tablePath, Access::write);
   const auto file = place.open(Access::read);
   if (!file) return;

@@ -38,8 +38,10 @@ Store::Store(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Me
   put(header.generation, header.generation + 1);
 }
 
+// A child process that inherited the store is not the writer and leaves everything as it is.
 Store::~Store() {
   if (mode_ != Mode::writer) return;
+  if (view_.header().writerPid != static_cast<uint32_t>(::getpid())) return;
   put(view_.header().writerPid, 0);
   writer_->wakeFollowers();
 }

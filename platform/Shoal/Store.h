@@ -1,6 +1,7 @@
 // The reference table store: one attachment to one mapped table.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -28,7 +29,9 @@ class Store final : public TableStore {
   const EntryLayout& layout() const override { return layout_; }
   Mode mode() const override { return mode_; }
   uint64_t capacity() const override { return view_.plan.capacity; }
-  uint64_t size() const override { return look(view_.header().live); }
+  uint64_t size() const override {
+    return std::min(look(view_.header().live), view_.plan.capacity);
+  }
   uint64_t generation() const override { return look(view_.header().generation); }
 
   bool lookup(Bytes key, MutableBytes entry) const override;

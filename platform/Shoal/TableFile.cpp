@@ -103,6 +103,7 @@ void TableFile::checkPlainFile(const FileDescriptor& file) const {
   if (::fstat(file.get(), &status) != 0) refuseErrno("look at the file");
   if (!S_ISREG(status.st_mode)) refuse("not a regular file");
   if (status.st_nlink > 1) refuse("the file has another name");
+  if ((status.st_mode & S_IWOTH) != 0) refuse("the file is open to all writers");
 }
 
 FileDescriptor TableFile::lock() const {

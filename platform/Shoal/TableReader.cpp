@@ -80,7 +80,7 @@ bool TableReader::scanVia(uint32_t from, uint32_t end, IterHint& hint, std::byte
     std::memcpy(entry, scratch, table_.plan.entrySize);
     hint.slot = slot;
     hint.generation = look(table_.header().generation);
-    hint.keyHash = table_.hashOf(scratch + table_.plan.keyOffset);
+    hint.keyHash = keyMark(scratch + table_.plan.keyOffset, table_.plan.keySize);
     return true;
   }
   return false;
@@ -100,11 +100,11 @@ bool TableReader::next(const std::byte* key, IterHint& hint, std::byte* entry) c
 
 // Slots outlive a writer, so that a hint stays good when another one has attached meanwhile.
 uint32_t TableReader::slotAfter(const std::byte* key, const IterHint& hint) const {
-  const uint64_t hash = table_.hashOf(key);
-  if (hint.generation != 0 && hint.keyHash == hash && hint.slot < table_.plan.capacity) {
+  if (hint.generation != 0 && hint.slot < table_.plan.capacity &&
+      hint.keyHash == keyMark(key, table_.plan.keySize)) {
     return static_cast<uint32_t>(hint.slot) + 1;
   }
-  return slotAfterByIndex(key, hash);
+  return slotAfterByIndex(key, table_.hashOf(key));
 }
 
 // The key's slot; else the one where it was last, if that has not been reused; else the place that

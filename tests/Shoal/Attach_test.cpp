@@ -345,6 +345,13 @@ TEST(TablePaths, ThroughADirectoryThatIsOpenToAllWritersAreRefused) {
   expectPart(thrown<AttachException>([&] { reader<Tiny>(root); }), "open to all writers");
 }
 
+TEST(TablePaths, ToAFileThatIsOpenToAllWritersAreRefused) {
+  TempRoot root;
+  writer<Tiny>(root, 4).reset();
+  std::filesystem::permissions(Shoal::tableFile(root, tableName), std::filesystem::perms::all);
+  expectPart(thrown<AttachException>([&] { reader<Tiny>(root); }), "open to all writers");
+}
+
 TEST(TablePaths, DefaultToADirectoryOfTheUsersOwn) {
   ::unsetenv("SHOAL_ROOT");
   EXPECT_EQ(Shoal::defaultRoot(), "/dev/shm/shoal-" + std::to_string(::getuid()));

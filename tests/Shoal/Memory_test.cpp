@@ -42,6 +42,16 @@ TEST(NewTable, ClaimsLittleMemoryWhateverItsCapacity) {
   EXPECT_LT(Shoal::tableStatus(root, tableName).bytes, 256u << 10);
 }
 
+TEST(NewTable, ThatTheAddressSpaceCannotHoldIsAnErrorAndLeavesNothing) {
+  if (sizeof(void*) == 8) GTEST_SKIP() << "this address space has room for the largest table";
+  TempRoot root;
+  const std::string text =
+      thrown<MemoryResourceException>([&] { writer<Route>(root, uint64_t{1} << 29); });
+  EXPECT_NE(text.find("cannot map 4"), std::string::npos) << text;  // 2^29 x 64 bytes and the rest
+  EXPECT_TRUE(Shoal::tablesBelow(root).empty());
+  EXPECT_FALSE(std::filesystem::exists(root.path() / "a/b/table.shoal.new"));
+}
+
 // A memory file system of this test's own; not mounted where the test may not do that.
 class SmallFileSystem {
  public:

@@ -46,13 +46,16 @@ class PluginContext : public Kit::Entity {
 //
 // init() stores the context and runs pluginInit(); the completion of the mount group that
 // pluginInit closed arrives as doMountsComplete(); cleanup() runs doCleanup(). All on the agent's
-// thread.
+// thread. An entity that is never cleaned up is kept alive by its context, and it by the entity,
+// until it is taken out of the plug-in directory.
 class P4RuntimePluginBase : public Hub::Mounter {
  public:
   // What pluginInit throws passes on, with the context stored, initComplete() false, and the entity
   // taken out of its directory, so that its name is free for another start.
   void init(const Kit::Ptr<PluginContext>& context);
-  void cleanup(PluginCleanupReason reason) { doCleanup(reason); }
+  // Takes the entity out of its directory when doCleanup has returned: it has done its work, and
+  // its name is free for another start. What doCleanup throws passes on, with the entity in place.
+  void cleanup(PluginCleanupReason reason);
   void handleMountStatus(Hub::MountStatus status,
                          const Kit::Ptr<Hub::EntityManager>& entityManager) override;
 

@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+
+#include "tests/plugin/Agent.h"
 
 namespace {
 
@@ -131,6 +134,24 @@ TEST(PluginLibrary, RegistersItsPlugInsWithItsPathAsTheirSource) {
   EXPECT_TRUE(Kit::typeNode("P4RuntimeRouting::P4RuntimeRoutingVanePlugin"));
   loadPluginLibrary(TEST_PLUGIN_FILE);
   EXPECT_EQ(P4Runtime::registeredPlugins().size(), before + 1) << "it is loaded already";
+}
+
+// At the end of a process with a running plug-in whose library came by dlopen.
+TEST(ProcessWithALoadedPlugIn, EndsCleanly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        P4Runtime::DefaultPluginLoader().initCallers().clear();  // those of this program
+        const auto db = Vane::makeVaneDB();
+        Vane::VaneDB::currentIs(db);
+        static PluginTest::Agent agent(db);
+        loadPluginLibrary(TEST_PLUGIN_FILE);
+        agent.mountRoutingTables();
+        agent.start();
+        agent.loop.run();
+        std::exit(db->tableNames().size() == 10 && agent.started.at(0)->mountsComplete() ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

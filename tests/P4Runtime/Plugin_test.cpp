@@ -26,7 +26,9 @@ class TestPlugin final : public P4Runtime::P4RuntimePluginBase {
   }
   void doCleanup(PluginCleanupReason reason) override {
     hooks += "doCleanup " + std::to_string(static_cast<uint32_t>(reason)) + " ";
+    if (failsToCleanUp) throw std::runtime_error("no");
   }
+  bool failsToCleanUp = false;
   std::string hooks;
 
  private:
@@ -54,6 +56,20 @@ TEST(PluginBase, ThatFailsToStartKeepsItsContextAndLeavesItsDirectory) {
   EXPECT_TRUE(plugin->pluginContext() == context);
   EXPECT_FALSE(plugin->initComplete());
   EXPECT_FALSE(dir->entity("testPlugin")) << "the name is free for another start";
+}
+
+TEST(PluginBase, ThatHasCleanedUpLeavesItsDirectory) {
+  const Kit::Ptr<Kit::Dir> dir(new Kit::Dir("plugins"));
+  const Kit::Ptr<TestPlugin> plugin(new TestPlugin);
+  dir->entityIs(plugin);
+  plugin->init(context);
+  EXPECT_TRUE(dir->entity("testPlugin") == plugin);
+  plugin->failsToCleanUp = true;
+  EXPECT_THROW(plugin->cleanup(PluginCleanupReason::restart), std::runtime_error);
+  EXPECT_TRUE(dir->entity("testPlugin") == plugin) << "it can be cleaned up again";
+  plugin->failsToCleanUp = false;
+  plugin->cleanup(PluginCleanupReason::restart);
+  EXPECT_FALSE(dir->entity("testPlugin"));
 }
 
 TEST(PluginCleanupReason, HasATextForm) {

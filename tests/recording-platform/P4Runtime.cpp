@@ -48,6 +48,11 @@ void P4RuntimePluginBase::init(const Kit::Ptr<PluginContext>& context) {
   initComplete_ = true;
 }
 
+void P4RuntimePluginBase::cleanup(PluginCleanupReason reason) {
+  doCleanup(reason);
+  if (parent()) parent()->entityDel(name());
+}
+
 void P4RuntimePluginBase::handleMountStatus(Hub::MountStatus status,
                                             const Kit::Ptr<Hub::EntityManager>& entityManager) {
   doMountsComplete(status, entityManager);

@@ -156,7 +156,7 @@ TEST(AgentLoad, ABadLineIsReportedByNumberWithWhatWasExpectedAndFoundAndTheRestG
       {"7", "expected a JSON object, found 7"},
       {"{} x",
        "not a JSON object, at position 4: syntax error while parsing value - invalid "
-       "literal; last read: '{} x'"},
+       "literal; last read: '{} x'; expected end of input"},
       {R"({"tabel":"VaneIpv4Override"})",
        R"(expected the members table, op, id and row, found "tabel")"},
       {R"({"table":"VaneIpv4Override","table":"x"})", R"(member "table" stands twice)"},

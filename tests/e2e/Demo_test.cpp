@@ -138,7 +138,7 @@ TEST(Demo, AnAgentThatCannotStartIsReported) {
 
 TEST(Demo, CtrlCInTheMiddleLeavesNothingBehind) {
   const size_t before = rootsLeft();
-  Child demo(smallDemo({"--ipv4", "100000"}));
+  Child demo(E2e::demo({"--ipv4", "100000"}));
   demo.waitForOut("tables below");
   demo.signal(SIGINT);
   const auto ended = demo.wait();

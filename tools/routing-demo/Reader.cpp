@@ -17,17 +17,16 @@ namespace {
 
 using Json = nlohmann::json;
 
-// What was found wrong: the first few in words, all of them counted.
+// What was found wrong with a table: the first few in words, all of them counted.
 class Complaints {
  public:
   template <class... Args>
   void add(fmt::format_string<Args...> format, Args&&... args) {
     if (++count_ <= shown) texts_.push_back(fmt::format(format, std::forward<Args>(args)...));
   }
-  Json json() const {
-    Json texts = texts_;
-    if (count_ > shown) texts.push_back(fmt::format("and {} more", count_ - shown));
-    return texts;
+  void appendTo(Json& all) const {
+    for (const std::string& text : texts_) all.push_back(text);
+    if (count_ > shown) all.push_back(fmt::format("and {} more", count_ - shown));
   }
 
  private:
@@ -238,10 +237,14 @@ int runReader(const Model& model, const std::filesystem::path& root) {
     if (result == Commands::Result::ended) return 0;
     if (result == Commands::Result::nothingYet) continue;
     const Stage stage = line == "verify 1" ? Stage::programmed : Stage::changed;
-    Complaints complaints;
     Json tables = Json::array();
-    for (const auto& check : checks) tables.push_back(check->verify(stage, complaints));
-    answer(Json{{"tables", tables}, {"wrong", complaints.json()}}.dump());
+    Json wrong = Json::array();
+    for (const auto& check : checks) {
+      Complaints complaints;
+      tables.push_back(check->verify(stage, complaints));
+      complaints.appendTo(wrong);
+    }
+    answer(Json{{"tables", tables}, {"wrong", wrong}}.dump());
   }
 }
 

@@ -2,8 +2,8 @@
 //
 // A reader remembers the index it has reached; the table keeps the changes above it. take() gives
 // what came since, in order of index, one change per key. When the log no longer reaches back to
-// the reader's index the reader is told to read the table afresh, and goes on from the index that
-// the table had then.
+// the reader's index, or never came to it, the reader is told to read the table afresh, and goes on
+// from the index that the table had then.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,8 @@ class ChangeReader {
 
   // Appends up to `limit` changes to `out`, moves on past them, and lets the table drop what no
   // reader needs any more. readAfresh: nothing is appended and the reader stands at the table's
-  // latest index, from before anything that the caller reads now.
+  // latest index, from before anything that the caller reads now. When reading a change throws, the
+  // changes before it have been appended, and the next call begins with it.
   Result take(std::vector<BasicVaTableChange>& out, size_t limit);
 
   // The index reached.

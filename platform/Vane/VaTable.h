@@ -140,6 +140,7 @@ class VaTableImplementation {
     uint64_t reached = 0;
   };
   virtual std::shared_ptr<ReaderPlace> registerReader(uint64_t reached) = 0;
+  // Joining twice is joining once.
   virtual void observerIs(std::shared_ptr<VaTableObserver> observer) = 0;
   virtual void observerDel(const std::shared_ptr<VaTableObserver>& observer) = 0;
   // Drops what no reader needs any more; called by the database after readers have moved on.
@@ -172,12 +173,12 @@ class DefaultVaTableImplementation : public VaTableImplementation {
   TableState tableState() const { return state_; }
   void tableStateIs(TableState state) { state_ = state; }
   bool ready() const { return state_ == TableState::ready; }
-  // No row is ever dropped to make room for another.
+  // A row may be dropped to make room for another.
   bool isBounded() const { return bounded_; }
   // The rows live outside the database and can change without its doing.
   bool isExternal() const { return external_; }
 
-  // Null restores the inactive hook.
+  // Null restores the inactive hook. A hook may be exchanged while it is asked.
   void rowHookIs(std::shared_ptr<VaRowHook> hook);
 
   std::shared_ptr<ReaderPlace> registerReader(uint64_t reached) override;

@@ -300,7 +300,7 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
   bool readerSupported_;
   bool modifierSupported_;
   bool observerSupported_;
-  Row scratchRow_;
+  Row scratchRow_;  // an empty row; with it the row type's id is known from the start
   Log log_;
 };
 

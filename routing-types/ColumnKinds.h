@@ -62,11 +62,11 @@ inline constexpr std::string_view typeWord<std::vector<uint32_t>> = "uint32_t[]"
 
 // Bytes of variable data that a value takes in a row.
 template <ColumnKind T>
-constexpr uint32_t bodyBytes(const T& value) {
+constexpr uint64_t bodyBytes(const T& value) {
   if constexpr (Vane::AddressColumn<T>) {
     return Vane::bodyLength(value);
   } else if constexpr (Vane::ArrayColumn<T>) {
-    return value.empty() ? 0 : static_cast<uint32_t>(2 + 4 * value.size());
+    return value.empty() ? 0 : 2 + 4 * uint64_t{value.size()};
   } else {
     return 0;
   }
@@ -98,7 +98,8 @@ void setColumnValue(Vane::BaseRow& row, len_t col, const T& value, len_t fixedLe
   }
 }
 
-// A row's text under construction. Streams would cost more than the rest of the work together.
+// A row's text under construction. Appended to rather than streamed into: tools print rows by the
+// million.
 class RowText {
  public:
   explicit RowText(size_t expectedLength) { text_.reserve(expectedLength); }

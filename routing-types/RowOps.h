@@ -6,9 +6,11 @@
 // type is the right one is the caller's to know.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Vane/baseRow.h"

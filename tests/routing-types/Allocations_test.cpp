@@ -13,13 +13,13 @@ constexpr int never = -1;
 int newCalls = 0;
 int liveBlocks = 0;
 int callsUntilFailure = never;
-int callocCalls = 0;
-int reallocCalls = 0;
 
 }  // namespace
 
 #if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define COUNTS_C_ALLOCATIONS
+static int callocCalls = 0;
+static int reallocCalls = 0;
 extern "C" {
 void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);

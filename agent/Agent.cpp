@@ -132,8 +132,13 @@ std::deque<Feed::Input> P4rtAgent::inputs() {
 }
 
 void P4rtAgent::afterBatch() {
-  Hub::flushMounts(entityManager_);
-  if (follower_) follower_->take();
+  try {
+    Hub::flushMounts(entityManager_);
+    if (follower_) follower_->take();
+  } catch (const std::exception& failure) {
+    failed_ = true;
+    Log::error("following the tables: {}", failure.what());
+  }
 }
 
 void P4rtAgent::inputsEnded() {
@@ -151,9 +156,20 @@ void P4rtAgent::cleanUp() {
   if (options_.onExit == OnExit::keep) return;
   const auto reason = options_.onExit == OnExit::empty ? P4Runtime::PluginCleanupReason::restart
                                                        : P4Runtime::PluginCleanupReason::removal;
-  for (const auto& plugin : plugins_) plugin->cleanup(reason);
+  bool cleaned = true;
+  for (const auto& plugin : plugins_) {
+    try {
+      plugin->cleanup(reason);
+    } catch (const std::exception& failure) {
+      cleaned = false;
+      Log::error("cleaning up {}: {}", plugin->name().str(), failure.what());
+    }
+  }
   Hub::flushMounts(entityManager_);
-  Log::info("the tables have been {}", options_.onExit == OnExit::empty ? "emptied" : "detached");
+  failed_ = failed_ || !cleaned;
+  if (cleaned) {
+    Log::info("the tables have been {}", options_.onExit == OnExit::empty ? "emptied" : "detached");
+  }
 }
 
 void P4rtAgent::report(const std::string& head) {

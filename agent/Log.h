@@ -32,7 +32,10 @@ class Log {
 
  private:
   static void write(LogLevel level, const std::string& text) {
-    if (level <= level_) fmt::print(stderr, "p4rt-agent: {}\n", text);
+    if (level > level_) return;
+    // Whether it could be written makes no difference: failing to log must not end the agent.
+    const std::string line = "p4rt-agent: " + text + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
   }
 
   static inline LogLevel level_ = LogLevel::info;

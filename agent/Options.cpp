@@ -71,7 +71,8 @@ ParsedOptions parseOptions(int argc, char** argv) {
   app.name("p4rt-agent");
   app.add_option("--plugin", options.plugins,
                  std::string("Plug-in library to load; may be repeated (default: ") +
-                     defaultPlugin + " beside the program)");
+                     defaultPlugin + " beside the program)")
+      ->allow_extra_args(false);
   app.add_option("--shoal-root", options.shoalRoot, "Directory of the shared tables")
       ->capture_default_str();
   app.add_option("--capacity", capacities,

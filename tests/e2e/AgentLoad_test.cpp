@@ -183,20 +183,20 @@ TEST(AgentLoad, ABadLineIsReportedByNumberWithWhatWasExpectedAndFoundAndTheRestG
        routeError + R"(key column "destinationPrefix": expected, not found)"},
       {ofRoute(prefix + R"("genId":1,"genId":1)"), routeError + R"(column "genId" stands twice)"},
       {ofRoute(prefix + R"("destinationId":1.5)"),
-       routeError + R"(column "destinationId": expected a uint32_t (0 to 4294967295), found 1.5)"},
+       routeError + R"(column "destinationId": expected uint32_t (0 to 4294967295), found 1.5)"},
       {ofRoute(prefix + R"("destinationId":-1)"),
-       routeError + R"(column "destinationId": expected a uint32_t (0 to 4294967295), found -1)"},
+       routeError + R"(column "destinationId": expected uint32_t (0 to 4294967295), found -1)"},
       {ofRoute(prefix + R"("destinationId":4294967296)"),
        routeError +
-           R"(column "destinationId": expected a uint32_t (0 to 4294967295), found 4294967296)"},
+           R"(column "destinationId": expected uint32_t (0 to 4294967295), found 4294967296)"},
       {ofRoute(prefix + R"("genId":18446744073709551616)"),
-       routeError + "column \"genId\": expected a uint64_t (0 to 18446744073709551615), found "
+       routeError + "column \"genId\": expected uint64_t (0 to 18446744073709551615), found "
                     "18446744073709551616"},
       {ofRoute(prefix + R"("destinationType":-2147483649)"),
-       routeError + "column \"destinationType\": expected a int32_t (-2147483648 to 2147483647), "
+       routeError + "column \"destinationType\": expected int32_t (-2147483648 to 2147483647), "
                     "found -2147483649"},
       {ofRoute(prefix + R"("destinationId":"5")"),
-       routeError + R"(column "destinationId": expected a uint32_t (0 to 4294967295), found "5")"},
+       routeError + R"(column "destinationId": expected uint32_t (0 to 4294967295), found "5")"},
       {ofRoute(prefix + R"("valid":1)"),
        routeError + R"(column "valid": expected true or false, found 1)"},
       {ofRoute(prefix + R"("valid":null)"),
@@ -211,7 +211,7 @@ TEST(AgentLoad, ABadLineIsReportedByNumberWithWhatWasExpectedAndFoundAndTheRestG
       {ofMember(R"("srcMac":"02:00:00:00:00")"),
        R"(table VaneEcmpMember: column "srcMac": expected a MAC address such as "02:00:00:00:00:01", found "02:00:00:00:00")"},
       {ofMember(R"("vlanId":65536)"),
-       R"(table VaneEcmpMember: column "vlanId": expected a uint16_t (0 to 65535), found 65536)"},
+       R"(table VaneEcmpMember: column "vlanId": expected uint16_t (0 to 65535), found 65536)"},
       {ofGroup(R"("members":7)"),
        R"(table VaneEcmpGroup: column "members": expected an array of at most 4095 numbers (0 to 4294967295), found 7)"},
       {ofGroup(R"("members":[1,"2",3])"),

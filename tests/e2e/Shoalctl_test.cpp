@@ -1,5 +1,6 @@
 // The view without the agent.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -138,6 +139,21 @@ TEST_F(Shoalctl, AFileThatIsNoTableIsStatus5AndTheOthersAreShown) {
   EXPECT_NE(shown.err.find("ecmpGroupTable"), std::string::npos) << shown.err;
   EXPECT_EQ(ctl({"show", "VaneEcmpGroup"}).status, 5);
   EXPECT_EQ(ctl({"show", "VaneIpv4Encap"}).status, 0);
+}
+
+TEST_F(Shoalctl, TablesOfAnotherUserAreStatus4) {
+  namespace fs = std::filesystem;
+  fs::permissions(scratch_.path(), fs::perms::owner_all | fs::perms::others_exec);
+  fs::permissions(scratch_.root(), fs::perms::none);
+  std::vector<std::string> command{program("shoalctl"), "--root", scratch_.root(), "tables"};
+  if (::geteuid() == 0) {  // who may read anything
+    command.insert(command.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"});
+  }
+  const auto shown = run(command);
+  fs::permissions(scratch_.root(), fs::perms::owner_all);
+  if (shown.status >= 126) GTEST_SKIP() << "another user cannot run the programs here";
+  EXPECT_EQ(shown.status, 4) << shown.err;
+  EXPECT_EQ(shown.err, "shoalctl: " + scratch_.root() + ": not ours to read\n");
 }
 
 TEST_F(Shoalctl, AReaderThatHasSeenEnoughEndsItWithoutAWord) {

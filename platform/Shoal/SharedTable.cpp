@@ -1,5 +1,6 @@
 #include "platform/Shoal/SharedTable.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,7 +54,8 @@ FileDescriptor createTable(const TableFile& place, const EntryLayout& layout, ui
   const Plan plan(layout.entrySize, layout.keyOffset, layout.keySize,
                   static_cast<uint32_t>(capacity));
   return place.create(plan.fileSize, [&](int file) {
-    Memory memory(FileDescriptor(::dup(file)), plan.fileSize, true, place.name());
+    Memory memory(FileDescriptor(::fcntl(file, F_DUPFD_CLOEXEC, 0)), plan.fileSize, true,
+                  place.name());
     format(memory, layout, plan);
   });
 }

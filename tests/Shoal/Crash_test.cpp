@@ -151,7 +151,7 @@ template <class Entry>
 class WriterInterruptedAtAnyInstruction : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (threadSanitizer) GTEST_SKIP() << "stepping through the sanitizer's own code takes too long";
+    if (sanitized) GTEST_SKIP() << "stepping through the sanitizer's own code takes too long";
   }
   using Map = MapOf<Entry>;
   static std::vector<typename Entry::Key> keys() { return collidingKeys<Entry>(5, 1024, 0); }
@@ -204,7 +204,7 @@ TYPED_TEST(WriterInterruptedAtAnyInstruction, OfARemoval) {
 
 // The repair of a writer that was killed half-way through an insert is itself interrupted.
 TEST(RepairInterruptedAtAnyInstruction, CanBeDoneAgain) {
-  if (threadSanitizer) GTEST_SKIP() << "stepping through the sanitizer's own code takes too long";
+  if (sanitized) GTEST_SKIP() << "stepping through the sanitizer's own code takes too long";
   const auto keys = collidingKeys<Tiny>(5, 1024, 0);
   TempRoot root;
   const std::filesystem::path file = Shoal::tableFile(root, tableName);

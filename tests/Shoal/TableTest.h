@@ -28,15 +28,10 @@
 
 namespace ShoalTest {
 
-#if defined(__SANITIZE_THREAD__)
-inline constexpr bool threadSanitizer = true;
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+inline constexpr bool sanitized = true;
 #else
-inline constexpr bool threadSanitizer = false;
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool addressSanitizer = true;
-#else
-inline constexpr bool addressSanitizer = false;
+inline constexpr bool sanitized = false;
 #endif
 
 // A directory on a memory file system that goes with the test.

@@ -225,7 +225,9 @@ TYPED_TEST(RowOps, HashesTheKeyOfANullRowAsZeroAndRefusesAllElse) {
   EXPECT_EQ(this->ops.keyHash(null), 0u);
   auto fails = [](auto action) { expectThrows<Vane::VaNullRow>(action, "null row"); };
   fails([&] { this->ops.rowHash(null); });
-  for (const auto& [a, b] : {std::pair<BaseRow, BaseRow>(null, row), {row, null}, {null, null}}) {
+  for (const auto& rows : {std::pair<BaseRow, BaseRow>(null, row), {row, null}, {null, null}}) {
+    const auto& a = rows.first;
+    const auto& b = rows.second;
     fails([&] { this->ops.keyEquals(a, b); });
     fails([&] { this->ops.rowEquals(a, b); });
     fails([&] { this->ops.keyLess(a, b); });

@@ -133,7 +133,8 @@ TEST_F(Following, SleepsThroughNoChangeForLong) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
-// The median of several sleeps is far below the time after which a sleeper looks by itself.
+// The best of several sleeps ends far below the time after which a sleeper looks by itself, however
+// busy the machine is.
 TEST_F(Following, IsWokenByTheWriter) {
   struct Times {
     std::atomic<bool> asleep{false};
@@ -158,8 +159,7 @@ TEST_F(Following, IsWokenByTheWriter) {
     endOfChild(child);
     delays.push_back(times->woken - called);
   }
-  std::sort(delays.begin(), delays.end());
-  EXPECT_LT(delays[4], 10'000'000) << "nanoseconds";
+  EXPECT_LT(*std::min_element(delays.begin(), delays.end()), 5'000'000) << "nanoseconds";
 }
 
 TEST_F(Following, ByAProcessBesideTheWriterMissesNothing) {

@@ -158,20 +158,19 @@ TEST(AgentEnd, DetachLeavesNoTable) {
 
 TEST(AgentEnd, CtrlCIsHeardInTheMiddleOfAnEndlessInput) {
   const Scratch scratch;
-  const std::string prefix = "10.0.0.0/8\n";
   std::string piece;
-  for (int i = 0; i < 5000; ++i) piece += prefix;
-  // A file that the agent would read for long: what it is told meanwhile must not wait for its end.
-  std::string list;
-  for (int i = 0; i < 400; ++i) list += piece;
-  Child agent(
-      agentOn(scratch.root(), {"--prefixes", scratch.file("list", list), "--on-exit", "empty"}));
-  agent.waitForErr("serving");
+  for (int i = 0; i < 1000; ++i) {
+    piece += R"({"table":"VaneIpv4Override","row":{"destinationPrefix":"10.0.0.0/8"}})"
+             "\n";
+  }
+  Child agent(agentOn(scratch.root(), {"--load", "-", "--on-exit", "empty"}));
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(agent.write(piece));
   agent.signal(SIGINT);
+  while (agent.write(piece)) {
+  }
   const auto ended = agent.wait();
   EXPECT_EQ(ended.status, 0) << ended.err;
   EXPECT_NE(ended.err.find("ending on INT"), std::string::npos) << ended.err;
-  EXPECT_EQ(ended.err.find("rows applied"), std::string::npos) << "the input was read to its end";
   EXPECT_EQ(total(entries(scratch.root())), 0u);
 }
 

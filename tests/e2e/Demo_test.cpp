@@ -17,12 +17,13 @@ std::vector<std::string> smallDemo(std::vector<std::string> more = {}) {
   return demo(more);
 }
 
-size_t rootsLeft() {
-  size_t count = 0;
+// Whether a directory of this demo is there still: they are named after their process.
+bool leftItsRoot(pid_t demo) {
+  const std::string name = "routing-demo-" + std::to_string(demo) + "-";
   for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-    count += entry.path().filename().string().starts_with("routing-demo-");
+    if (entry.path().filename().string().starts_with(name)) return true;
   }
-  return count;
+  return false;
 }
 
 // The text between two others.
@@ -128,22 +129,23 @@ TEST(Demo, AKilledAgentIsNoticedAndNothingIsLeftBehind) {
 }
 
 TEST(Demo, AnAgentThatCannotStartIsReported) {
-  const size_t before = rootsLeft();
-  const auto ended = run({program("routing-demo"), "--once", "--plugin", "/nonexistent.so"});
+  Child demo({program("routing-demo"), "--once", "--plugin", "/nonexistent.so"});
+  const pid_t pid = demo.pid();
+  const auto ended = demo.wait();
   EXPECT_EQ(ended.status, 1);
   EXPECT_NE(ended.err.find("/nonexistent.so"), std::string::npos) << ended.err;
   EXPECT_NE(ended.err.find("p4rt-agent has ended: exit status 1"), std::string::npos) << ended.err;
-  EXPECT_EQ(rootsLeft(), before);
+  EXPECT_FALSE(leftItsRoot(pid));
 }
 
 TEST(Demo, CtrlCInTheMiddleLeavesNothingBehind) {
-  const size_t before = rootsLeft();
   Child demo(E2e::demo({"--ipv4", "100000"}));
+  const pid_t pid = demo.pid();
   demo.waitForOut("tables below");
+  EXPECT_TRUE(leftItsRoot(pid));
   demo.signal(SIGINT);
-  const auto ended = demo.wait();
-  EXPECT_EQ(ended.status, 130);
-  EXPECT_EQ(rootsLeft(), before);
+  EXPECT_EQ(demo.wait().status, 130);
+  EXPECT_FALSE(leftItsRoot(pid));
 }
 
 TEST(Demo, ARootThatHoldsTablesIsRefused) {

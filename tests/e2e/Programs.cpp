@@ -58,12 +58,13 @@ Child::~Child() {
   ::waitpid(pid_, nullptr, 0);
 }
 
-void Child::write(const std::string& text) {
+bool Child::write(const std::string& text) {
   for (size_t at = 0; at < text.size();) {
     const ssize_t count = ::write(input_, text.data() + at, text.size() - at);
-    if (count < 0) return;  // it has gone; what it said tells why
+    if (count < 0) return false;
     at += static_cast<size_t>(count);
   }
+  return true;
 }
 
 void Child::closeInput() { closeFd(input_); }

@@ -25,7 +25,8 @@ class Child {
   Child& operator=(const Child&) = delete;
 
   pid_t pid() const { return pid_; }
-  void write(const std::string& text);
+  // Whether it was taken: a child that has gone takes nothing.
+  bool write(const std::string& text);
   void closeInput();
   void signal(int number);
 

@@ -52,7 +52,7 @@ class Root {
       needEmpty();
       return;
     }
-    std::string name = "/dev/shm/routing-demo-XXXXXX";
+    std::string name = fmt::format("/dev/shm/routing-demo-{}-XXXXXX", ::getpid());
     if (::mkdtemp(name.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(), name);
     }

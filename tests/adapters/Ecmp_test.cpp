@@ -121,6 +121,20 @@ TEST_F(EcmpGroups, AreToldRightlyHoweverOftenTheyChange) {
   }
 }
 
+struct LastRow final : Vane::VaTableObserver {
+  void onChange(uint64_t, uint64_t, bool, const Vane::BaseRow& row) override { told = hex(row); }
+  std::string told;
+};
+
+// The spare bits of an array's count are what the bytes in its place were before.
+TEST_F(EcmpGroups, AreToldWithoutBytesOfALargerGroupBefore) {
+  const auto observer = std::make_shared<LastRow>();
+  adapter->observerIs(observer);
+  rowIs(EcmpMemberListRow(1, 2, true, 3, 4, std::vector<uint32_t>(100, 0xFFFFFFFF), {}));
+  rowIs(group(2, 3));
+  EXPECT_EQ(observer->told, hex(group(2, 3)));
+}
+
 class EcmpMembers : public AdapterTest<NexthopInfoVaneWrapper> {
  protected:
   const std::unique_ptr<NexthopInfoVaneWrapper> adapter = makeAdapter();

@@ -160,6 +160,13 @@ void BaseRow::throwHeaderOutsideBuffer() const {
   VaOutOfRange::throwException(message.str());
 }
 
+void BaseRow::throwNoFixedArea(len_t fdLen) const {
+  std::ostringstream message;
+  message << "row of length " << rowLength() << " with " << room()
+          << " bytes from its header: expected a fixed area of " << fdLen << " bytes";
+  VaOutOfRange::throwException(message.str());
+}
+
 void BaseRow::throwOutsideBuffer(len_t col, uint32_t offset, uint32_t length) const {
   std::ostringstream message;
   message << "column " << col << ": " << length << " bytes at offset " << offset

@@ -22,6 +22,7 @@
 // One thread uses a handle at a time; handles that share bytes may live on different threads.
 #pragma once
 
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <memory>
@@ -52,7 +53,7 @@ using vcdType = std::vector<len_t>;
 //   | offset | length, bit 15: written |
 //
 // Offset and length are those of the body, in bytes from the row's header; length 0 means absent.
-// The written mark is set by every write of a value and never cleared.
+// The written mark is set by every write of a value and stays until the row is cleared.
 class VColType {
  public:
   static constexpr len_t maxBodyLength = 32767;
@@ -153,6 +154,15 @@ class BaseRow {
   void rowTypeIs(len_t type) { headerFieldIs(typeField, type); }
 
   bool isNull() const { return buffer_ == nullptr; }
+  // Whether the row can be read and written as one of this fixed-data length: so many bytes are
+  // there, and its own length says so. Whoever takes a generic row for one of a type asks first;
+  // scalar columns are not checked one by one. Throws "null row" for a null row.
+  bool hasFixedArea(len_t fdLen) const { return rowLength() >= fdLen && room() >= fdLen; }
+  // Throws VaOutOfRange unless hasFixedArea().
+  void needFixedArea(len_t fdLen) const {
+    if (!hasFixedArea(fdLen)) [[unlikely]]
+      throwNoFixedArea(fdLen);
+  }
   const std::shared_ptr<VaRowBuf>& buffer() const { return buffer_; }
   // Where the row's header lies in the buffer; not 0 only for a nested row.
   len_t rowOffset() const { return rowOffset_; }
@@ -283,14 +293,22 @@ class BaseRow {
   // The row length, when that many bytes are there and begin with a whole header.
   len_t checkedRowLength() const;
 
-  // use_count() is a relaxed load; the stores that rely on its answer depend on it.
-  bool isShared() const { return buffer_.use_count() != 1; }
+  bool isShared() const {
+    if (buffer_.use_count() != 1) return true;
+      // use_count() is a relaxed load. A handle that another thread has just dropped may have been
+      // read through until then: those reads come before our writes in place.
+#ifndef __SANITIZE_THREAD__  // which does not know fences
+    std::atomic_thread_fence(std::memory_order_acquire);
+#endif
+    return false;
+  }
   void makePrivate() {
     if (isShared() || isView_) [[unlikely]]
       copyBytes();
   }
   void copyBytes();
-  // The first step of every column write.
+  // The first step of every column write. The copy follows the row's own length, so a row that says
+  // less than its type's fixed area has no room for a column afterwards.
   void copyOnWrite() {
     makePrivate();
     if (readOnly_) [[unlikely]]
@@ -327,12 +345,13 @@ class BaseRow {
   template <AddressColumn T>
   detail::AddressBody<T> addressBody(len_t col) const;
 
-  // The nested row in column `col`, if there is one. Its first `least` bytes are in the buffer.
-  std::optional<SubRow> nestedRow(len_t col, len_t least) const;
+  // The nested row in column `col`, if there is one; its header is in the buffer.
+  std::optional<SubRow> nestedRow(len_t col) const;
 
   [[noreturn]] static void throwNullRow();
   [[noreturn]] static void throwReadOnly();
   [[noreturn]] void throwHeaderOutsideBuffer() const;
+  [[noreturn]] void throwNoFixedArea(len_t fdLen) const;
   [[noreturn]] void throwOutsideBuffer(len_t col, uint32_t offset, uint32_t length) const;
   [[noreturn]] static void throwNoAddressLength(len_t col, len_t length);
 

@@ -54,7 +54,11 @@ P4rtAgent::P4rtAgent(Options options)
   Vane::VaneDB::currentIs(database_);
 }
 
-P4rtAgent::~P4rtAgent() { Vane::VaneDB::currentIs(nullptr); }
+P4rtAgent::~P4rtAgent() {
+  // A plug-in holds the context, whose directory holds the plug-in.
+  for (const auto& plugin : plugins_) context_->pluginDir()->entityDel(plugin->name());
+  Vane::VaneDB::currentIs(nullptr);
+}
 
 int P4rtAgent::run() {
   start();
@@ -79,7 +83,7 @@ void P4rtAgent::mountTables() {
   for (const TableInfo& table : routingTables()) {
     if (table.mountedBy != MountedBy::agent) continue;
     KitShoal::MountInfo info(KitShoal::KitShoalType::hashTable);
-    info.collectionInfoIs({Kit::Name(std::string(table.collection)).str(), table.capacity});
+    info.collectionInfoIs({Kit::String(table.collection), table.capacity});
     KitShoal::Mount mount(entityManager_);
     mount.doMount(Kit::String(table.path), Kit::String(table.entityType), info);
     Log::debug("mounted {}", table.path);

@@ -2,8 +2,9 @@
 // the objects by which the row database has them.
 //
 // The hash is MurmurHash3's 32-bit block step, once per column from state 0, and no final step.
-// Equality and order stop at the first column that differs. Rows are taken as they are: that their
-// type is the right one is the caller's to know.
+// Equality and order stop at the first column that differs. That a row's
+// type is the right one is the caller's to know; a row without the type's whole fixed area is
+// refused.
 #pragma once
 
 #include <concepts>
@@ -57,26 +58,34 @@ class RowOpsKey : public Vane::RowOpsBase {
  public:
   // 0 for a null row.
   uint32_t keyHash(const Vane::BaseRow& row) override {
-    return row.isNull() ? 0 : hashOf<typename Columns::Keys>(row);
+    return row.isNull() ? 0 : hashOf<typename Columns::Keys>(whole(row));
   }
-  uint32_t rowHash(const Vane::BaseRow& row) override { return hashOf<typename Columns::All>(row); }
+  uint32_t rowHash(const Vane::BaseRow& row) override {
+    return hashOf<typename Columns::All>(whole(row));
+  }
   bool keyEquals(const Vane::BaseRow& a, const Vane::BaseRow& b) override {
-    return areEqual<typename Columns::Keys>(a, b);
+    return areEqual<typename Columns::Keys>(whole(a), whole(b));
   }
   // Rows of different types are unequal, whatever their columns.
   bool rowEquals(const Vane::BaseRow& a, const Vane::BaseRow& b) override {
-    return a.rowType() == b.rowType() && areEqual<typename Columns::All>(a, b);
+    return a.rowType() == b.rowType() && areEqual<typename Columns::All>(whole(a), whole(b));
   }
   bool keyLess(const Vane::BaseRow& a, const Vane::BaseRow& b) override {
-    return isLess<typename Columns::Keys>(a, b);
+    return isLess<typename Columns::Keys>(whole(a), whole(b));
   }
   bool rowLess(const Vane::BaseRow& a, const Vane::BaseRow& b) override {
-    return isLess<typename Columns::All>(a, b);
+    return isLess<typename Columns::All>(whole(a), whole(b));
   }
   bool unique() override { return true; }
   bool ordered() override { return false; }
   uint8_t index() override { return 0; }
   uint64_t getTotalInstructionsExecuted() override { return 0; }
+
+ private:
+  static const Vane::BaseRow& whole(const Vane::BaseRow& row) {
+    row.needFixedArea(Row::baseRowLength_);
+    return row;
+  }
 };
 
 // Hands out objects of class Ops for index 0, and registers itself under the row type's name.

@@ -52,8 +52,9 @@ class TypedRow : public Vane::BaseRow {
   TypedRow& operator=(const TypedRow&) = default;
   TypedRow& operator=(TypedRow&&) noexcept = default;
 
-  // A generic row as a row of this type; null stays null. A row of another type is VaBadCast. A
-  // source that was moved from is empty even then.
+  // A generic row as a row of this type; null stays null. A row of another type is VaBadCast, one
+  // without the type's whole fixed area VaOutOfRange. A source that was moved from is empty even
+  // then.
   TypedRow(const Vane::BaseRow& row) : BaseRow(row) { checkType(); }
   TypedRow(Vane::BaseRow&& row) : BaseRow(std::move(row)) { checkType(); }
   // The row is taken over first and checked afterwards: when the check throws, this row holds the
@@ -83,9 +84,12 @@ class TypedRow : public Vane::BaseRow {
   std::string toString() const override;
   std::string toJson() const override;
   bool rowEqual(const Vane::BaseRow& other) const override {
-    return rowType() == other.rowType() && areEqual<typename Row::Columns::All>(*this, other);
+    if (rowType() != other.rowType()) return false;
+    other.needFixedArea(baseRowLength_);
+    return areEqual<typename Row::Columns::All>(*this, other);
   }
   bool rowLess(const Vane::BaseRow& other) const override {
+    other.needFixedArea(baseRowLength_);
     return isLess<typename Row::Columns::All>(*this, other);
   }
   uint32_t rowHash() const override { return hashOf<typename Row::Columns::All>(*this); }
@@ -139,9 +143,12 @@ class TypedRow : public Vane::BaseRow {
     return static_cast<len_t>(std::min<uint64_t>(wanted, Vane::maxRowLength));
   }
 
+  // Of this type, and with all of its fixed area: columns are then read without looking.
   void checkType() const {
-    if (!isNull() && rowType() != protRowType()) [[unlikely]]
+    if (isNull()) return;
+    if (rowType() != protRowType()) [[unlikely]]
       throwOtherType();
+    needFixedArea(baseRowLength_);
   }
   Row& checked() {
     checkType();

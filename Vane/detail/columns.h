@@ -1,6 +1,9 @@
 // The bodies of BaseRow's column operations. Part of Vane/baseRow.h, which alone is to be included.
 #pragma once
 
+#include <algorithm>
+#include <cstring>
+
 #include "Vane/baseRow.h"
 
 namespace Vane {
@@ -10,7 +13,9 @@ namespace Vane {
 template <ScalarColumn T>
 void BaseRow::setColumn(len_t col, const T& value, len_t fdLen) {
   Guard::standardAssert(fdLen != 0, "fdLen != 0");
+  const bool copied = isShared() || isView_;
   copyOnWrite();
+  if (copied) needInside(col, col, sizeof(typename detail::Scalar<T>::Raw));
   detail::Scalar<T>::store(header() + col, value);
 }
 
@@ -111,21 +116,21 @@ void BaseRow::writeBody(len_t col, len_t length, len_t baseRowLength, Fill fill)
 
 // Nested rows.
 
-inline std::optional<SubRow> BaseRow::nestedRow(len_t col, len_t least) const {
+// Making the view counts as one copy, handing it over as one move: it is returned through a named
+// optional for that.
+inline std::optional<SubRow> BaseRow::nestedRow(len_t col) const {
   if (isNull()) return std::nullopt;
   const VColType& vct = descriptor(col);
   if (vct.length() == 0) return std::nullopt;
-  needInside(col, vct.offset(), std::max(vct.length(), least));
+  needInside(col, vct.offset(), std::max(vct.length(), va_contentOffset));
   SubRow view(*this, vct.offset());
   return view;
 }
 
 template <RowHandle R>
 void BaseRow::getColumnStruct(len_t col, R& out) const {
-  len_t least = va_contentOffset;
-  // A typed row reads its columns unchecked, so all of its fixed area has to be there.
-  if constexpr (RowType<R>) least = out.baseRowLength();
-  if (auto view = nestedRow(col, least)) {
+  if (auto view = nestedRow(col)) {
+    if constexpr (RowType<R>) view->needFixedArea(out.baseRowLength());
     static_cast<BaseRow&>(out) = std::move(*view);
   } else {
     static_cast<BaseRow&>(out) = BaseRow();
@@ -141,14 +146,18 @@ uint32_t BaseRow::columnHash(len_t col) const {
 
 template <RowType R>
 bool BaseRow::columnEqual(len_t col, const BaseRow& other, len_t otherCol) const {
-  R mine{BaseRow()};
+  BaseRow mine;
   BaseRow others;
   getColumnStruct(col, mine);
   other.getColumnStruct(otherCol, others);
   if (mine.isNull() || others.isNull()) return false;
-  // A row of another type may be shorter than R's fixed area; it is not equal, and not to be read
-  // as R.
-  return others.room() >= mine.baseRowLength() && mine.rowEqual(others);
+  R typed{BaseRow()};
+  // A row too short for R's fixed area is of another type: equal to no R, and not to be read as
+  // one.
+  const len_t fixed = typed.baseRowLength();
+  if (!mine.hasFixedArea(fixed) || !others.hasFixedArea(fixed)) return false;
+  static_cast<BaseRow&>(typed) = std::move(mine);
+  return typed.rowEqual(others);
 }
 
 template <RowType R>
@@ -158,7 +167,7 @@ bool BaseRow::columnLess(len_t col, const BaseRow& other, len_t otherCol) const 
   getColumnStruct(col, mine);
   other.getColumnStruct(otherCol, others);
   if (mine.isNull() || others.isNull()) return mine.isNull() && !others.isNull();
-  other.needInside(otherCol, others.rowOffset() - other.rowOffset(), mine.baseRowLength());
+  others.needFixedArea(mine.baseRowLength());
   return mine.rowLess(others);
 }
 

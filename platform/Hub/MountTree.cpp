@@ -37,20 +37,6 @@ Kit::Ptr<Shoal::TableEntityBase> makeTable(const std::string& path, const std::s
   return table;
 }
 
-using Keys = std::vector<std::vector<std::byte>>;
-
-Keys keysOf(const Shoal::TableStore& store) {
-  const Shoal::EntryLayout& layout = store.layout();
-  std::vector<std::byte> entry(layout.entrySize);
-  const auto key = Shoal::Bytes(entry).subspan(layout.keyOffset, layout.keySize);
-  Keys keys;
-  Shoal::IterHint hint;
-  for (bool more = store.first(hint, entry); more; more = store.next(keys.back(), hint, entry)) {
-    keys.emplace_back(key.begin(), key.end());
-  }
-  return keys;
-}
-
 }  // namespace
 
 MountTree::MountTree(HubOptions options)
@@ -132,9 +118,7 @@ void MountTree::cleanup(const std::string& path) {
   if (found == mounted_.end()) return;
   const auto table = found->second.entity;  // whoever is told of a change may unmount it
   found->second.removed = true;
-  const Keys removed = keysOf(*table->store());
-  table->store()->clear();
-  for (const auto& key : removed) table->notifyChanged(key);
+  table->deleteAll();
 }
 
 void MountTree::unmount(const std::string& path) {

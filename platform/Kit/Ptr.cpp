@@ -1,6 +1,7 @@
 #include "platform/Kit/Ptr.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "platform/Guard/Assert.h"
 
@@ -24,9 +25,15 @@ void PtrInterface::notify(AttributeId attr, const void* key) const {
     const PtrInterface& of;
   } const round(*this);
   // By index and up to the length at the start: whoever joins meanwhile is appended.
+  std::exception_ptr failure;
   for (size_t i = 0, end = notifiees_.size(); i < end; ++i) {
-    if (NotifieeConst* notifiee = notifiees_[i]) notifiee->onAttribute(attr, key);
+    try {
+      if (NotifieeConst* notifiee = notifiees_[i]) notifiee->onAttribute(attr, key);
+    } catch (...) {
+      if (!failure) failure = std::current_exception();
+    }
   }
+  if (failure) std::rethrow_exception(failure);
 }
 
 void PtrInterface::join(NotifieeConst* notifiee) const { notifiees_.push_back(notifiee); }

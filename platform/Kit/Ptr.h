@@ -60,8 +60,8 @@ class PtrInterface {
 
   // Tells every notifiee that `attr` changed; `key` names the changed element of a collection, or
   // is null. A notifiee may leave, or a new one may join, while this runs: one that has left hears
-  // nothing more, one that joined hears from the next change on. An exception from a notifiee ends
-  // the round and passes on.
+  // nothing more, one that joined hears from the next change on. An exception from a notifiee
+  // keeps none of the others from hearing; the first one passes on when all have been told.
   void notify(AttributeId attr, const void* key) const;
 
  private:

@@ -16,7 +16,7 @@ namespace P4Runtime {
 enum class PluginCleanupReason : uint32_t {
   restart = 0,      // the agent goes away and comes back: tables stay, empty
   removal = 1,      // the plug-in is taken out: tables are detached for good
-  reconfigure = 2,  // the plug-in starts anew with another configuration: tables stay, empty
+  reconfigure = 2,  // the plug-in is configured anew: tables stay, empty
 };
 // "restart", "removal", "reconfigure"; "PluginCleanupReason(7)" for any other number.
 std::ostream& operator<<(std::ostream& out, PluginCleanupReason reason);
@@ -51,7 +51,8 @@ class PluginContext : public Kit::Entity {
 class P4RuntimePluginBase : public Hub::Mounter {
  public:
   // What pluginInit throws passes on, with the context stored, initComplete() false, and the entity
-  // taken out of its directory, so that its name is free for another start.
+  // taken out of its directory, so that its name is free for another start (with a new row
+  // database: tables that were published stay in the old one).
   void init(const Kit::Ptr<PluginContext>& context);
   // Takes the entity out of its directory when doCleanup has returned: it has done its work, and
   // its name is free for another start. What doCleanup throws passes on, with the entity in place.

@@ -59,7 +59,11 @@ void loadPluginLibrary(const std::filesystem::path& file) { loader().load(file);
 const std::vector<RegisteredPlugin>& registeredPlugins() { return loader().registered(); }
 
 void startPlugins(PluginContext* context, std::vector<Kit::Ptr<P4RuntimePluginBase>>& started) {
-  loader().contextIs(context);
+  // The loader outlives the context.
+  struct Given {
+    explicit Given(PluginContext* context) { loader().contextIs(context); }
+    ~Given() { loader().contextIs(nullptr); }
+  } const given(context);
   const auto& initCallers = loader().initCallers();
   for (size_t i = 0; i < initCallers.size(); ++i) started.push_back((*initCallers[i])());
 }

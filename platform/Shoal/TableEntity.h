@@ -1,13 +1,16 @@
 // The entity that stands for one shared-memory table in the switch's state.
 //
-// TableEntityBase is what mounting needs to know of any table; TableEntity adds the typed map and the
-// changes, and tells its notifiees of each changed key under attribute 258.
+// TableEntityBase is what mounting needs to know of any table; TableEntity adds the typed map and
+// the changes, and tells its notifiees of each changed key under attribute 258.
 #pragma once
 
+#include <cstring>
+#include <exception>
 #include <memory>
 #include <utility>
 #include <vector>
 
+#include "platform/Guard/Exception.h"
 #include "platform/Kit/Entity.h"
 #include "platform/Shoal/ShoalMap.h"
 #include "platform/Shoal/TableStore.h"
@@ -26,6 +29,44 @@ class TableEntityBase : public Kit::Entity {
   virtual const std::shared_ptr<TableStore>& store() const = 0;
   // Tells the notifiees of a key that another process changed. `key` has the layout's key size.
   virtual void notifyChanged(Bytes key) const = 0;
+
+  // Removes every entry, telling of each. The keys are taken first, because a table that is being
+  // emptied has nothing left to name; entries that cannot be read are removed with the others. What
+  // went wrong passes on when the table is empty and all has been told.
+  void deleteAll() {
+    const std::shared_ptr<TableStore> table = store();
+    const size_t keySize = table->layout().keySize;
+    std::exception_ptr failure;
+    std::vector<std::byte> keys;
+    try {
+      appendKeys(*table, keys);
+    } catch (const Guard::CorruptionDetectedException& corruption) {
+      table->corruptionDetected(corruption.message());
+      failure = std::current_exception();
+    }
+    table->clear();
+    for (size_t at = 0; at < keys.size(); at += keySize) {
+      try {
+        notifyChanged(Bytes(keys).subspan(at, keySize));
+      } catch (...) {
+        if (!failure) failure = std::current_exception();
+      }
+    }
+    if (failure) std::rethrow_exception(failure);
+  }
+
+ private:
+  static void appendKeys(const TableStore& table, std::vector<std::byte>& keys) {
+    const EntryLayout& layout = table.layout();
+    std::vector<std::byte> entry(layout.entrySize);
+    const auto key = Bytes(entry).subspan(layout.keyOffset, layout.keySize);
+    keys.reserve(table.size() * layout.keySize);
+    IterHint hint;
+    for (bool more = table.first(hint, entry); more;) {
+      keys.insert(keys.end(), key.begin(), key.end());
+      more = table.next(Bytes(keys).last(layout.keySize), hint, entry);
+    }
+  }
 
  protected:
   using Kit::Entity::Entity;
@@ -69,21 +110,7 @@ class TableEntity : public TableEntityBase {
     const Key removed = key;  // the caller's key may lie in what goes
     if (map_.erase(removed)) notify(entriesAttribute, &removed);
   }
-  // Removes every entry, telling of each; the keys are taken first, because a table that is being
-  // emptied has nothing left to name.
-  void entryDelAll() {
-    std::vector<Key> removed;
-    removed.reserve(map_.size());
-    IterHint hint;
-    Entry entry{};
-    for (bool more = map_.first(hint, entry); more;) {
-      removed.push_back(entry.*Traits::key);
-      const Key key = removed.back();
-      more = map_.next(key, hint, entry);
-    }
-    map_.clear();
-    for (const Key& key : removed) notify(entriesAttribute, &key);
-  }
+  void entryDelAll() { deleteAll(); }
 
  private:
   Map map_;

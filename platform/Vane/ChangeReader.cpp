@@ -1,6 +1,9 @@
 #include "platform/Vane/ChangeReader.h"
 
+#include <cstddef>
 #include <utility>
+
+#include "platform/Guard/Exception.h"
 
 namespace Vane {
 
@@ -18,10 +21,18 @@ ChangeReader::Result ChangeReader::take(std::vector<BasicVaTableChange>& out, si
   {
     const auto end = table_->endChange();
     const auto change = table_->nextChange(reached());
-    // The place moves on with each change, so that a row that cannot be read costs no other.
-    for (; out.size() - before < limit && *change != *end; ++*change) {
-      out.push_back(**change);
-      place_->reached = out.back().index();
+    // The place moves on with each change, so that an error in between costs none of them.
+    try {
+      for (; out.size() - before < limit && *change != *end; ++*change) {
+        out.push_back(**change);
+        place_->reached = out.back().index();
+      }
+    } catch (const Guard::CorruptionDetectedException&) {
+      // The entry may stay unreadable. The table has been told; the reader is not held up for ever.
+      out.erase(out.begin() + static_cast<std::ptrdiff_t>(before), out.end());
+      place_->reached = latest;
+      table_->pruneChanges();
+      return Result::readAfresh;
     }
   }
   table_->pruneChanges();

@@ -23,8 +23,9 @@ class ChangeReader {
 
   // Appends up to `limit` changes to `out`, moves on past them, and lets the table drop what no
   // reader needs any more. readAfresh: nothing is appended and the reader stands at the table's
-  // latest index, from before anything that the caller reads now. When reading a change throws, the
-  // changes before it have been appended, and the next call begins with it.
+  // latest index, from before anything that the caller reads now. Also when an
+  // entry turns out corrupt, which its table has then been told. When reading a change throws
+  // anything else, the changes before it have been appended, and the next call begins with it.
   Result take(std::vector<BasicVaTableChange>& out, size_t limit);
 
   // The index reached.

@@ -1,6 +1,7 @@
 #include "platform/Vane/VaTable.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace Vane {
@@ -64,18 +65,28 @@ void DefaultVaTableImplementation::observerDel(const std::shared_ptr<VaTableObse
   std::erase(observers_, observer);
 }
 
-void DefaultVaTableImplementation::pruneChanges() { cleanChanges(lowestReached()); }
+void DefaultVaTableImplementation::pruneChanges() { cleanChanges(neededByNobody()); }
 
 uint64_t DefaultVaTableImplementation::notifyObservers(uint64_t previous, uint64_t index,
                                                        bool deleted, const BaseRow& row) {
   // The list of this round keeps those alive that leave meanwhile, and leaves out those that join.
   const auto round = observers_;
+  std::exception_ptr failure;
   for (const auto& observer : round) {
-    if (std::ranges::find(observers_, observer) != observers_.end()) {
+    if (std::ranges::find(observers_, observer) == observers_.end()) continue;
+    try {
       observer->onChange(previous, index, deleted, row);
+    } catch (...) {
+      if (!failure) failure = std::current_exception();
     }
   }
-  return lowestReached();
+  if (failure) std::rethrow_exception(failure);
+  return neededByNobody();
+}
+
+uint64_t DefaultVaTableImplementation::neededByNobody() const {
+  const uint64_t latest = latestChangeIdx();
+  return std::max(lowestReached(), latest > changeSpan ? latest - changeSpan : 0);
 }
 
 void DefaultVaTableImplementation::cleanChanges(uint64_t needed) {

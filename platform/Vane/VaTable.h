@@ -191,9 +191,14 @@ class DefaultVaTableImplementation : public VaTableImplementation {
                                uint16_t rowTypeId, bool unique, bool bounded, bool external,
                                bool ordered, VaTableOps* ops, Options options);
 
+  // How far back, in indices, a log reaches at the most: with two or three to a change these are
+  // the latest two to four million changes. Older ones go even if a reader has not come to them.
+  static constexpr uint64_t changeSpan = uint64_t{1} << 23;
+
   // Tells the observers of one change and returns the index up to which the log is needed by
-  // nobody: the lowest that any registered reader has reached. With no reader registered the answer
-  // is 0: the log, bounded by the number of keys, is kept for whoever comes.
+  // nobody: the lowest that any registered reader has reached. With no reader registered the log is
+  // kept for whoever comes, as far as changeSpan reaches. An exception from an observer keeps none
+  // of the others from hearing; the first one passes on when all have been told.
   uint64_t notifyObservers(uint64_t previous, uint64_t index, bool deleted, const BaseRow& row);
   // Prunes the log up to `needed` if that is further than it has been pruned.
   void cleanChanges(uint64_t needed);
@@ -210,6 +215,7 @@ class DefaultVaTableImplementation : public VaTableImplementation {
 
  private:
   uint64_t lowestReached() const;
+  uint64_t neededByNobody() const;
 
   std::string tableTypeName_;
   std::string rowTypeName_;

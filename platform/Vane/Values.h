@@ -1,10 +1,8 @@
 // The address values that a row column can hold. They are the tables' own values: an entry field
 // and its row column have one type, and a conversion between them is a copy.
 //
-// How such a column is laid out in a row is told in Vane/baseRow.h.
+// How such a column is laid out in a row is told in docs/row-format.md.
 #pragma once
-
-#include <iosfwd>
 
 #include "platform/Wire/Address.h"
 #include "platform/Wire/Hash.h"
@@ -25,7 +23,7 @@ void setToNull(T& value) {
 template <class T>
 struct FMT {
   explicit FMT(const T& v) : value(v) {}
-  const T& value;
+  T value;
 };
 
 template <class Stream>

@@ -36,13 +36,18 @@ class ReferenceDB final : public VaneDB {
     if (find(name)) {
       VaNotSupported::throwException("table \"" + name + "\" is registered already");
     }
-    tables_.push_back({name, nullptr});
+    tables_.push_back({name, rowTypeName, nullptr});
   }
 
   void tableImplementationIs(const std::string& name,
                              std::shared_ptr<VaTableImplementation> table) override {
     Table* const registered = find(name);
     if (!registered) VaUnknownName::throwException("table \"" + name + "\" is not registered");
+    if (table && table->rowTypeName() != registered->rowTypeName) {
+      VaNotSupported::throwException("table \"" + name + "\": rows of type \"" +
+                                     table->rowTypeName() + "\", expected \"" +
+                                     registered->rowTypeName + "\"");
+    }
     registered->implementation = std::move(table);
   }
 
@@ -86,6 +91,7 @@ class ReferenceDB final : public VaneDB {
 
   struct Table {
     std::string name;
+    std::string rowTypeName;
     std::shared_ptr<VaTableImplementation> implementation;
   };
 
@@ -104,7 +110,8 @@ class ReferenceDB final : public VaneDB {
 };
 
 std::shared_ptr<VaneDB>& currentDB() {
-  static std::shared_ptr<VaneDB> db;
+  // Never destroyed: objects that go when the process ends may still ask.
+  static auto& db = *new std::shared_ptr<VaneDB>;
   return db;
 }
 

@@ -33,11 +33,13 @@ class VaneDB {
 
   // Makes a table of this name without an implementation. `a` and `b` bound the rows and the
   // changes kept by tables of type memory (0: no bound); `text` describes the table to people.
-  // Throws VaUnknownName for an unknown row type, VaNotSupported for a name that is taken.
+  // Throws VaUnknownName for an unknown row type, VaNotSupported for a name that is taken. (The
+  // reference database has tables with an implementation only: it ignores all but the names.)
   virtual void registerTable(const std::string& name, const std::string& rowTypeName,
                              TableType type, uint16_t a, uint16_t b, const std::string& text,
                              Options options) = 0;
-  // Gives the table its implementation and owns it. Throws VaUnknownName for an unknown table.
+  // Gives the table its implementation and owns it. Throws VaUnknownName for an unknown table,
+  // VaNotSupported for an implementation with rows of another type.
   virtual void tableImplementationIs(const std::string& name,
                                      std::shared_ptr<VaTableImplementation> table) = 0;
 

@@ -5,9 +5,9 @@
 //   5       10.1.0.0/16      1  the entry was removed
 //
 // Invariants: a key has at most one node, at its latest change; it stands in the key map exactly
-// when it stands in the change map, and with the same index. Indices only grow. Every change above
-// oldest() is there; what lies at or below it has been pruned. docs/change-log.md tells how readers
-// use this.
+// when it stands in the change map, and with the same index. Indices only grow. Every key that has
+// changed above oldest() is there; what lies at or below it has been pruned. docs/change-log.md
+// tells how readers use this.
 #pragma once
 
 #include <cstddef>
@@ -49,6 +49,14 @@ class ChangeLog {
     }
     latestChangeIdx_ = index;
     return index;
+  }
+
+  // A change could not be recorded. It takes an index all the same and the log lets everything go
+  // up to there, so that whoever asks for it is told to read the table afresh.
+  void lose() noexcept {
+    changes_.clear();
+    keys_.clear();
+    oldestChangeIdx_ = latestChangeIdx_ = next(false);
   }
 
   // Drops the changes up to and including `index`.

@@ -6,17 +6,14 @@
 //   using Columns = FieldColumns<VrfPrefixDestinationRow,
 //                                Field<"genId", &VrfPrefixDestination::genId>,
 //                                ...
-//                                Part<&VrfPrefixDestination::key, KeyColumns>,
+//                                Group<&VrfPrefixDestination::key, KeyColumns>,
 //                                ...>;
 //
 // The lists stand in column order. A row is written and read by offset; what its type field says is
 // not looked at.
 #pragma once
 
-#include <algorithm>
 #include <concepts>
-#include <cstddef>
-#include <sstream>
 
 #include "Vane/baseRow.h"
 #include "platform/Vane/VaExceptions.h"
@@ -28,18 +25,6 @@ using RoutingTypes::ColumnName;
 
 inline void needBuffer(const Vane::BaseRow& row) {
   if (row.isNull()) Vane::VaNullRow::throwException("null row");
-}
-
-// A row that somebody else made may be shorter than its type's fixed area. The row layer does not
-// check that for scalars. Requires: the row has a buffer.
-inline void needColumn(const Vane::BaseRow& row, Vane::len_t col, size_t width) {
-  const size_t bytes = row.buffer()->length();
-  if (row.rowOffset() + col + width > bytes) [[unlikely]] {
-    std::ostringstream message;
-    message << "column " << col << ": its " << width << " bytes lie outside the row, which has "
-            << bytes - std::min<size_t>(bytes, row.rowOffset()) << " bytes";
-    Vane::VaOutOfRange::throwException(message.str());
-  }
 }
 
 // One value in one column of Row, which has the value's type.
@@ -54,7 +39,8 @@ struct ValueColumn {
   }
   // Requires: the row has a buffer.
   static Type read(const Vane::BaseRow& row) {
-    needColumn(row, offset, RoutingTypes::slotWidth<Type>);
+    // Somebody else's row may be shorter than its type's fixed area.
+    row.needFixedArea(offset + RoutingTypes::slotWidth<Type>);
     return RoutingTypes::columnValue<Type>(row, offset);
   }
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
@@ -62,8 +48,9 @@ struct ValueColumn {
   }
 };
 
-// Every kind of list element tells toRow, fromRow, and which columns it takes: endAfter(`at`) is
-// where its columns end when they begin at `at`, and 0 when they do not.
+// The list of a row type's columns, or of some that follow each other. Every element of it, Field
+// or Group, tells toRow, fromRow, and which columns it takes: endAfter(`at`) is where its columns
+// end when they begin at `at`, and 0 when they do not.
 template <class Row, class... Fields>
 struct FieldColumns {
   template <class Object>
@@ -101,7 +88,7 @@ struct Field {
 
 // A field of the object that has a list of its own.
 template <auto field, class Columns>
-struct Part {
+struct Group {
   template <class Row, class Object>
   static void toRow(const Object& object, Row& row) {
     Columns::toRow(object.*field, row);

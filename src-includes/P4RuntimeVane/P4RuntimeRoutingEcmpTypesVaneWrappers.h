@@ -44,7 +44,7 @@ struct NexthopInfoTraits {
       P4RuntimeVane::Field<"entryHandle", &Entry::entryHandle>,
       P4RuntimeVane::Field<"valid", &Entry::valid>,
       P4RuntimeVane::Field<"entryId", &Entry::entryId>,
-      P4RuntimeVane::Part<key, KeyColumns>,
+      P4RuntimeVane::Group<key, KeyColumns>,
       P4RuntimeVane::Field<"egressPort", &Entry::egressPort>,
       P4RuntimeVane::Field<"srcMac", &Entry::srcMac>,
       P4RuntimeVane::Field<"dstMac", &Entry::dstMac>,
@@ -136,7 +136,7 @@ struct EcmpMemberListTraits {
       P4RuntimeVane::Field<"entryHandle", &Entry::entryHandle>,
       P4RuntimeVane::Field<"valid", &Entry::valid>,
       P4RuntimeVane::Field<"entryId", &Entry::entryId>,
-      P4RuntimeVane::Part<key, KeyColumns>,
+      P4RuntimeVane::Group<key, KeyColumns>,
       MemberArray<"members", &Entry::memberCount, &Entry::member, &Entry::memberIs>,
       MemberArray<"watchPorts", &Entry::watchCount, &Entry::watch, &Entry::watchIs>>;
   // clang-format on

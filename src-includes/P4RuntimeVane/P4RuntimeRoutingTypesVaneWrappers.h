@@ -45,7 +45,7 @@ struct IpDestinationTraits {
       P4RuntimeVane::Field<"entryHandle", &Entry::entryHandle>,
       P4RuntimeVane::Field<"valid", &Entry::valid>,
       P4RuntimeVane::Field<"entryId", &Entry::entryId>,
-      P4RuntimeVane::Part<key, KeyColumns>,
+      P4RuntimeVane::Group<key, KeyColumns>,
       P4RuntimeVane::Field<"destinationType", &Entry::destinationType>,
       P4RuntimeVane::Field<"destinationId", &Entry::destinationId>>;
   // clang-format on
@@ -100,7 +100,7 @@ struct VrfPrefixDestinationTraits {
       P4RuntimeVane::Field<"entryHandle", &Entry::entryHandle>,
       P4RuntimeVane::Field<"valid", &Entry::valid>,
       P4RuntimeVane::Field<"entryId", &Entry::entryId>,
-      P4RuntimeVane::Part<key, KeyColumns>,
+      P4RuntimeVane::Group<key, KeyColumns>,
       P4RuntimeVane::Field<"destinationType", &Entry::destinationType>,
       P4RuntimeVane::Field<"destinationId", &Entry::destinationId>>;
   // clang-format on
@@ -153,7 +153,7 @@ struct L2NexthopGroupEncapTraits {
   using KeyColumns = P4RuntimeVane::FieldColumns<Row,
       P4RuntimeVane::Field<"encapId">>;
   using Columns = P4RuntimeVane::FieldColumns<Row,
-      P4RuntimeVane::Part<key, KeyColumns>,
+      P4RuntimeVane::Group<key, KeyColumns>,
       P4RuntimeVane::Field<"entryHandle", &Entry::entryHandle>,
       P4RuntimeVane::Field<"encapType", &Entry::encapType>,
       P4RuntimeVane::Field<"srcAddr", &Entry::srcAddr>,

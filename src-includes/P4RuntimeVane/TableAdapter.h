@@ -103,11 +103,16 @@ typename T::Entry entryOfOnly(const typename T::Key& key) {
   return entry;
 }
 
-// The empty entry for an absent key.
+// The empty entry for an absent key. Corruption is told to the map before it passes on.
 template <TableTraits T>
 typename T::Entry lookUp(const MapOf<T>& map, const typename T::Key& key) {
   bool found = false;
-  return map.safeLookup(key, found);
+  try {
+    return map.safeLookup(key, found);
+  } catch (const Guard::CorruptionDetectedException& corruption) {
+    map.doCorruptionDetected(corruption.message());
+    throw;
+  }
 }
 
 // The one empty row that hooks are shown beside the row that is set.
@@ -162,6 +167,7 @@ class RowIterator final : public Vane::VaRowIteratorImpl {
   // Looks the entry up again: the clone stands on what the table holds now.
   std::unique_ptr<VaRowIteratorImpl> clone() const override {
     if (!valid_) return std::make_unique<RowIterator>(table_);
+    // By way of a row: an entry that cannot be converted cannot be cloned either.
     return at(table_, keyOf<T>(rowOf<T>(*current_)));
   }
 
@@ -178,14 +184,14 @@ class RowIterator final : public Vane::VaRowIteratorImpl {
     try {
       valid_ = step();
     } catch (const Guard::CorruptionDetectedException& corruption) {
-      map_->doCorruptionDetected(corruption.message());
       valid_ = false;
+      map_->doCorruptionDetected(corruption.message());
     }
   }
 
   Kit::Ptr<Table> table_;
   const Map* map_ = nullptr;   // null in an iterator that was made at the end
-  const Map* walk_ = nullptr;  // the same, as that which is iterated
+  const Map* walk_ = nullptr;  // the same: what is walked
   Shoal::IterHint hint_;
   Entry entry_{};
   Entry* current_ = &entry_;
@@ -205,7 +211,13 @@ class Reactor final : public Kit::PtrInterface::NotifieeConst {
   void onAttribute(Kit::AttributeId attr, const void* key) override {
     if (attr != Shoal::entriesAttribute) return NotifieeConst::onAttribute(attr, key);
     if (!key) return;
-    entryChanged(*static_cast<const typename T::Key*>(key));
+    const uint64_t before = adapter_->latestChangeIdx();
+    try {
+      entryChanged(*static_cast<const typename T::Key*>(key));
+    } catch (...) {
+      if (adapter_->latestChangeIdx() == before) adapter_->loseChange();
+      throw;
+    }
   }
 
  private:
@@ -284,6 +296,10 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
   static bool isObserved(const Map& map) {
     return map.initialized() && map.mode() != Shoal::Mode::snapshot;
   }
+  friend ReactorForVane;
+  // A change happened that could not be logged.
+  void loseChange() noexcept { log_.lose(); }
+
   static size_t capacityOf(const Map& map) {
     return map.initialized() ? static_cast<size_t>(map.capacity()) : 0;
   }
@@ -341,7 +357,7 @@ class TableAdapter<Adapter, T>::ChangeIterator final : public Vane::VaChangeIter
   Kit::Ptr<Table> table_;
 };
 
-// The steps stand in their order: what is wrong with the table is found when all is built.
+// What is wrong with the table is found when all is built.
 template <class Adapter, TableTraits T>
 TableAdapter<Adapter, T>::TableAdapter(Kit::Ptr<Table> table, std::shared_ptr<Vane::VaneDB> db,
                                        Vane::VaTableOps* ops, bool allowModifiers)

@@ -47,6 +47,30 @@ TEST(HostileRow, LengthBelowTheHeaderIsNotFollowed) {
   }
 }
 
+// The private copy is as long as the row says, which left no room for the column.
+TEST(HostileRow, LengthBelowAColumnIsNotWrittenBeyond) {
+  BaseRow row(16);
+  row.rowLengthIs(6);
+  BaseRow shared(row);
+  expectThrows<VaOutOfRange>([&] { shared.setColumn<uint32_t>(8, 1, 16); },
+                             "column 8: 4 bytes at offset 8 lie outside the row's buffer, which "
+                             "has 6 bytes from the row's "
+                             "header");
+  EXPECT_EQ(row.getScalar<uint32_t>(8), 0u);
+}
+
+TEST(HostileRow, TooShortForATypesFixedAreaIsSaidToBe) {
+  BaseRow row(16);
+  EXPECT_TRUE(row.hasFixedArea(16));
+  EXPECT_FALSE(row.hasFixedArea(17));
+  row.rowLengthIs(6);
+  expectThrows<VaOutOfRange>(
+      [&] { row.needFixedArea(7); },
+      "row of length 6 with 16 bytes from its header: expected a fixed area of 7 bytes");
+  EXPECT_NO_THROW(row.needFixedArea(6));
+  EXPECT_THROW(BaseRow().hasFixedArea(4), VaNullRow);
+}
+
 TEST(HostileRow, EqualLengthBeyondTheOthersBufferIsNotFollowed) {
   const BaseRow row(64);
   BaseRow other(8);

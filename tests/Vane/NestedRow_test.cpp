@@ -155,7 +155,10 @@ TEST(NestedRowEqual, IsTheRowTypesOwn) {
 }
 
 TEST(NestedRowEqual, ShorterRowOfAnotherTypeIsUnequalAndNotReadBeyondItsEnd) {
-  EXPECT_FALSE(parentOf(LinkRow(0, false)).columnEqual<LinkRow>(col, parentOf(BaseRow(4)), col));
+  const BaseRow link = parentOf(LinkRow(0, false));
+  const BaseRow shorter = parentOf(BaseRow(4));
+  EXPECT_FALSE(link.columnEqual<LinkRow>(col, shorter, col));
+  EXPECT_FALSE(shorter.columnEqual<LinkRow>(col, link, col));
 }
 
 TEST(NestedRowEqual, AbsentOneEqualsNothing) {

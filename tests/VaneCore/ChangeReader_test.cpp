@@ -57,6 +57,21 @@ TEST(ChangeReader, TakesWhatCameSinceInOrderOfIndex) {
   EXPECT_EQ(out.size(), 3u);
 }
 
+TEST(ChangeReader, IsNotHeldUpByACorruptEntry) {
+  const auto table = std::make_shared<MemoryTable>();
+  ChangeReader reader(table, 1);
+  table->change(5);
+  table->change(6);
+  table->failReading(6, /*corrupt=*/true);
+  Changes out;
+  EXPECT_EQ(reader.take(out, 10), Result::readAfresh);
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(reader.reached(), table->latestChangeIdx());
+  table->change(7);
+  EXPECT_EQ(reader.take(out, 10), Result::changes);
+  EXPECT_EQ(steps(out), (std::vector<Step>{{6, ChangeKind::exists, 7}}));
+}
+
 TEST(ChangeReader, AppendsToWhatIsThere) {
   const auto table = std::make_shared<MemoryTable>();
   ChangeReader reader(table, 1);

@@ -32,7 +32,7 @@ class MemoryTable : public Vane::DefaultVaTableImplementation {
   };
   MemoryTable() : MemoryTable(Flags{}) {}
   explicit MemoryTable(Flags flags, Options options = {})
-      : DefaultVaTableImplementation("MemoryTable", "Test::Row", 7, flags.unique, flags.bounded,
+      : DefaultVaTableImplementation("MemoryTable", "Test::First", 7, flags.unique, flags.bounded,
                                      flags.external, flags.ordered, nullptr, std::move(options)) {}
 
   // A change of one key, told to the observers.
@@ -44,10 +44,16 @@ class MemoryTable : public Vane::DefaultVaTableImplementation {
     log_[latest_] = key;
     cleanChanges(notifyObservers(previous, latest_, removed, keyRow(key)));
   }
+  // As if so many changes had been before.
+  void indexIs(uint64_t latest) { latest_ = latest; }
   // The next reading of a change of this key throws.
-  void failReading(uint32_t key) { unreadable_ = key; }
+  void failReading(uint32_t key, bool corrupt = false) {
+    unreadable_ = key;
+    corrupt_ = corrupt;
+  }
   const std::map<uint64_t, uint32_t>& log() const { return log_; }
   const std::vector<uint64_t>& prunings() const { return prunings_; }
+  using DefaultVaTableImplementation::changeSpan;
   using DefaultVaTableImplementation::cleanChanges;
   using DefaultVaTableImplementation::rowHook;
 
@@ -92,6 +98,7 @@ class MemoryTable : public Vane::DefaultVaTableImplementation {
     Vane::BasicVaTableChange operator*() override {
       if (at_->second == table_->unreadable_) {
         table_->unreadable_ = readable;
+        if (table_->corrupt_) Guard::CorruptionDetectedException::throwException("torn");
         throw std::runtime_error("unreadable row");
       }
       const auto kind = at_->first % 2 ? Vane::ChangeKind::removed : Vane::ChangeKind::exists;
@@ -117,6 +124,7 @@ class MemoryTable : public Vane::DefaultVaTableImplementation {
   uint64_t oldest_ = 1;
   uint64_t latest_ = 1;
   uint32_t unreadable_ = readable;
+  bool corrupt_ = false;
 };
 
 }  // namespace testing_tables

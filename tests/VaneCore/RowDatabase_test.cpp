@@ -91,6 +91,14 @@ TEST_F(RowDatabase, AnUnregisteredTableGetsNoImplementation) {
   EXPECT_EQ(db->table("Routes"), nullptr);
 }
 
+TEST_F(RowDatabase, AnImplementationWithOtherRowsIsRefused) {
+  registerTable(*db, "Routes", "Test::Second");
+  EXPECT_EQ(messageOf<Vane::VaNotSupported>(
+                [&] { db->tableImplementationIs("Routes", std::make_shared<MemoryTable>()); }),
+            "table \"Routes\": rows of type \"Test::First\", expected \"Test::Second\"");
+  EXPECT_EQ(db->table("Routes"), nullptr);
+}
+
 TEST_F(RowDatabase, OwnsItsTables) {
   auto table = std::make_shared<MemoryTable>();
   const std::weak_ptr<MemoryTable> alive = table;

@@ -23,7 +23,7 @@ std::string messageOf(Call call) {
 TEST(TableImplementation, AnswersWithWhatItWasBuiltWith) {
   const MemoryTable table(MemoryTable::Flags{}, {{"colour", "blue"}});
   EXPECT_EQ(table.tableTypeName(), "MemoryTable");
-  EXPECT_EQ(table.rowTypeName(), "Test::Row");
+  EXPECT_EQ(table.rowTypeName(), "Test::First");
   EXPECT_EQ(table.rowTypeId(), 7);
   EXPECT_EQ(table.ops(), nullptr);
   EXPECT_EQ(table.options().at("colour"), "blue");
@@ -52,7 +52,7 @@ TEST(TableImplementation, FlagsOfAnotherIndexAreOutOfRange) {
 
 TEST(TableImplementation, PrimaryRowOpsAreNotSupported) {
   EXPECT_EQ(messageOf<Vane::VaNotSupported>([] { MemoryTable().primaryRowOps(); }),
-            "primaryRowOps Test::Row");
+            "primaryRowOps Test::First");
 }
 
 TEST(TableImplementation, IsReadyInItsLastStateOnly) {
@@ -173,7 +173,7 @@ TEST(Observers, OneMayLeaveWithItsLastHandleWhileItIsTold) {
   EXPECT_TRUE(alive.expired());
 }
 
-TEST(Observers, AnExceptionEndsTheRoundAndPassesOn) {
+TEST(Observers, AnExceptionPassesOnWhenAllHaveHeard) {
   MemoryTable table;
   const auto first = std::make_shared<Witness>();
   const auto second = std::make_shared<Witness>();
@@ -181,10 +181,21 @@ TEST(Observers, AnExceptionEndsTheRoundAndPassesOn) {
   table.observerIs(second);
   first->then = [] { throw std::runtime_error("refused"); };
   EXPECT_THROW(table.change(5), std::runtime_error);
-  EXPECT_EQ(second->told.size(), 0u);
+  EXPECT_EQ(second->told.size(), 1u);
   first->then = nullptr;
   table.change(6);
-  EXPECT_EQ(second->told.size(), 1u);
+  EXPECT_EQ(second->told.size(), 2u);
+}
+
+TEST(ChangePruning, ReachesNoFurtherBackThanItsSpanWhoeverReads) {
+  MemoryTable table;
+  const auto slow = table.registerReader(1);
+  table.change(1);
+  table.indexIs(MemoryTable::changeSpan);
+  table.change(2);  // at changeSpan + 2, so that index 2 is just out of reach
+  EXPECT_EQ(table.oldestChangeIdx(), 2u);
+  EXPECT_EQ(table.log().size(), 1u);
+  EXPECT_LT(slow->reached, table.oldestChangeIdx());
 }
 
 TEST(ChangePruning, NothingIsPrunedWhileNobodyReads) {

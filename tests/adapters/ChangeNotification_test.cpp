@@ -301,6 +301,42 @@ TYPED_TEST(ChangeNotification, ARowThatAnObserverKeepsIsNotWrittenOver) {
   EXPECT_EQ(hex(witness->kept[1]), hex(this->s.row(2)));
 }
 
+TYPED_TEST(ChangeNotification, AnObserverThatThrowsCostsNobodyElseAChange) {
+  const auto other = this->makeAdapter();
+  const auto witness = std::make_shared<Witness>();
+  witness->then = [] { throw std::runtime_error("refused"); };
+  this->adapter->observerIs(witness);
+  EXPECT_THROW(this->set(1), std::runtime_error);
+  EXPECT_THROW(this->set(2), std::runtime_error);
+  EXPECT_THROW(this->adapter->rowDelAll(), std::runtime_error);
+  EXPECT_EQ(this->store->size(), 0u);
+  EXPECT_EQ(this->changes(), (std::vector{this->removed(7, 1), this->removed(9, 2)}));
+  EXPECT_EQ(other->latestChangeIdx(), 9u);
+}
+
+TYPED_TEST(ChangeNotification, AnEntryThatCannotBeReadIsToldToTheTableAndLeavesNoSilentGap) {
+  this->set(1);
+  this->store->corruptRead(0);
+  EXPECT_THROW(this->set(2), Guard::CorruptionDetectedException);
+  EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"torn entry"});
+  EXPECT_EQ(this->adapter->latestChangeIdx(), 4u);
+  EXPECT_EQ(this->adapter->oldestChangeIdx(), 4u);
+  EXPECT_TRUE(this->changes().empty());
+  this->set(1);
+  EXPECT_EQ(this->changes(), (std::vector{this->exists(6, 1)}));
+}
+
+TYPED_TEST(ChangeNotification, ATableWithAnUnreadableEntryIsEmptiedAllTheSame) {
+  this->set(1);
+  this->set(2);
+  this->store->corruptRead(1);  // the step from the first entry to the second
+  EXPECT_THROW(this->adapter->rowDelAll(), Guard::CorruptionDetectedException);
+  EXPECT_EQ(this->store->size(), 0u);
+  EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"torn entry"});
+  EXPECT_EQ(this->changes(), (std::vector{this->exists(4, 2), this->removed(7, 1)}))
+      << "told of those whose keys are known";
+}
+
 TYPED_TEST(ChangeNotification, AnObserverMayChangeTheTableWhileItIsTold) {
   const auto writer = std::make_shared<Witness>();
   const auto witness = std::make_shared<Witness>();

@@ -43,11 +43,16 @@ Dir::~Dir() {
 }
 Ptr<Entity> Dir::createEntity(const Name& name, const String& typeName) {
   Recording::call("createEntity " + name.str() + " of " + typeName.str());
-  const auto made = typeNode(typeName)->factory(name);
+  const TypeNode* const type = typeNode(typeName);
+  if (entity(name) || !type) {
+    Guard::RangeException::throwException("no entity " + name.str() + " of " + typeName.str());
+  }
+  const auto made = type->factory(name);
   entityIs(made);
   return made;
 }
 void Dir::entityIs(const Ptr<Entity>& entity) {
+  entityDel(entity->name());
   entities_.insert_or_assign(entity->name(), entity);
   entity->parent_ = this;
 }
@@ -55,7 +60,12 @@ Ptr<Entity> Dir::entity(const Name& name) const {
   const auto found = entities_.find(name);
   return found == entities_.end() ? nullptr : found->second;
 }
-void Dir::entityDel(const Name& name) { entities_.erase(name); }
+void Dir::entityDel(const Name& name) {
+  const auto found = entities_.find(name);
+  if (found == entities_.end()) return;
+  found->second->parent_ = nullptr;
+  entities_.erase(found);
+}
 
 void* allocateEntity(size_t bytes) {
   Recording::call("allocateEntity");

@@ -147,6 +147,16 @@ TYPED_TEST(RowFamily, AGenericRowOfAnotherTypeIsRefusedWithBothTypesAndItsOffset
   expectThrows<Vane::VaBadCast>([&] { TypeParam::browToString(generic); }, message);
 }
 
+TYPED_TEST(RowFamily, AGenericRowWithoutTheWholeFixedAreaIsRefused) {
+  BaseRow generic(TypeParam::baseRowLength_ - 1);
+  generic.rowTypeIs(TypeParam::protRowType());
+  EXPECT_THROW(TypeParam row(generic), Vane::VaOutOfRange);
+  EXPECT_THROW(TypeParam::browToString(generic), Vane::VaOutOfRange);
+  const TypeParam whole;
+  EXPECT_THROW(whole.rowEqual(generic), Vane::VaOutOfRange);
+  EXPECT_THROW(whole.rowLess(generic), Vane::VaOutOfRange);
+}
+
 TYPED_TEST(RowFamily, ANestedRowOfAnotherTypeIsRefusedWithItsPlace) {
   BaseRow parent(12);
   Vane::Test::setNested(parent, 8, this->otherType(), 12);

@@ -235,6 +235,18 @@ TYPED_TEST(RowOps, HashesTheKeyOfANullRowAsZeroAndRefusesAllElse) {
   }
 }
 
+TYPED_TEST(RowOps, RefusesARowWithoutTheWholeFixedArea) {
+  const TypeParam row = rowOf<TypeParam>(0);
+  BaseRow shorter(TypeParam::baseRowLength_ - 1);
+  shorter.rowTypeIs(TypeParam::protRowType());
+  EXPECT_THROW(this->ops.keyHash(shorter), Vane::VaOutOfRange);
+  EXPECT_THROW(this->ops.rowHash(shorter), Vane::VaOutOfRange);
+  EXPECT_THROW(this->ops.keyEquals(row, shorter), Vane::VaOutOfRange);
+  EXPECT_THROW(this->ops.rowEquals(row, shorter), Vane::VaOutOfRange);
+  EXPECT_THROW(this->ops.keyLess(row, shorter), Vane::VaOutOfRange);
+  EXPECT_THROW(this->ops.rowLess(shorter, row), Vane::VaOutOfRange);
+}
+
 // Generators: of the route and encap types.
 
 template <class Row>

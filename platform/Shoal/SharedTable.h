@@ -18,8 +18,9 @@
 
 namespace Shoal {
 
-// A table that cannot be attached: not there, not a table, of another version, entry type or capacity,
-// truncated, not ours to open. The text names the file, what was found and what was expected.
+// A table that cannot be attached: not there, not a table, of another version, entry type or
+// capacity, truncated, not ours to open. The text names the file, what was found and what was
+// expected.
 class AttachException final : public Guard::Throwable<AttachException> {
  public:
   using Throwable::Throwable;
@@ -50,9 +51,9 @@ std::filesystem::path tableFile(const std::filesystem::path& root, const std::st
 // The tables below a root, as table paths, sorted.
 std::vector<std::string> tablesBelow(const std::filesystem::path& root);
 
-// Attaches as the writer, creating the table if it is not there, and repairing it if its last writer
-// was killed. An existing table keeps its capacity when that is not smaller than asked; another
-// smaller one is refused.
+// Attaches as the writer, creating the table if it is not there, and repairing it if its last
+// writer was killed. An existing table keeps its capacity when that is not smaller than asked;
+// another smaller one is refused.
 std::shared_ptr<TableStore> attachWriter(const std::filesystem::path& root,
                                          const std::string& tablePath, const EntryLayout& layout,
                                          uint64_t capacity);
@@ -67,8 +68,7 @@ std::shared_ptr<TableStore> attachReader(const std::filesystem::path& root,
 
 // A private copy of the table as it is now (mode snapshot).
 std::shared_ptr<TableStore> attachSnapshot(const std::filesystem::path& root,
-                                           const std::string& tablePath,
-                                           const EntryLayout& layout);
+                                           const std::string& tablePath, const EntryLayout& layout);
 
 // Removes the table's file. requires: this process is its writer, or the table has none. Nothing
 // happens if it is not there.
@@ -80,10 +80,10 @@ struct TableStatus {
   EntryLayout layout;
   uint64_t entries = 0;
   uint64_t capacity = 0;
-  uint64_t bytes = 0;        // memory claimed
+  uint64_t bytes = 0;  // memory claimed
   uint64_t generation = 0;
-  uint64_t changes = 0;      // changes since the table was created
-  int32_t writerPid = 0;     // 0: no writer now
+  uint64_t changes = 0;   // changes since the table was created
+  int32_t writerPid = 0;  // 0: no writer now
 };
 TableStatus tableStatus(const std::filesystem::path& root, const std::string& tablePath);
 
@@ -91,8 +91,8 @@ TableStatus tableStatus(const std::filesystem::path& root, const std::string& ta
 class ChangeFollower {
  public:
   struct Change {
-    uint64_t number;             // 1 for the table's first change; each next one is one more
-    bool removed;                // by this change; read the table for what holds now
+    uint64_t number;  // 1 for the table's first change; each next one is one more
+    bool removed;     // by this change; read the table for what holds now
     std::vector<std::byte> key;
   };
   enum class Result { changes, none, missed };

@@ -1,7 +1,7 @@
 // A shared-memory table as a typed map, embedded in the entity that stands for it.
 //
-// The map is not initialized until the entity has been attached to a table; capacity() and size() are
-// then those of the table. All reads copy entries out: the table may change at any moment.
+// The map is not initialized until the entity has been attached to a table; capacity() and size()
+// are then those of the table. All reads copy entries out: the table may change at any moment.
 #pragma once
 
 #include <cstring>
@@ -14,8 +14,8 @@
 
 namespace Shoal {
 
-// An entry type says what its key is: `static constexpr auto key = &Entry::field`, whose type is Key.
-// Key and Entry are plain bytes without hidden padding.
+// An entry type says what its key is: `static constexpr auto key = &Entry::field`, whose type is
+// Key. Key and Entry are plain bytes without hidden padding.
 template <class Key, class Entry>
 class ShoalMap {
   static_assert(std::is_trivially_copyable_v<Key> && std::is_trivially_copyable_v<Entry>);
@@ -78,9 +78,7 @@ class ShoalMap {
     return std::as_bytes(std::span<const T, 1>(&value, 1));
   }
   template <class T>
-  static MutableBytes bytesOf(T& value)
-    requires(!std::is_const_v<T>)
-  {
+  static MutableBytes bytesOf(T& value) requires(!std::is_const_v<T>) {
     return std::as_writable_bytes(std::span<T, 1>(&value, 1));
   }
 

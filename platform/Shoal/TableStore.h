@@ -1,13 +1,13 @@
 // What any host's shared-memory table must do, in bytes.
 //
-// A table maps keys to entries. An entry is a fixed number of bytes and holds its own key at a fixed
-// place; two keys are equal when their bytes are. ShoalMap puts the types on; the adapters see only
-// that. One store is one attachment of one process to one table.
+// A table maps keys to entries. An entry is a fixed number of bytes and holds its own key at a
+// fixed place; two keys are equal when their bytes are. ShoalMap puts the types on; the adapters
+// see only that. One store is one attachment of one process to one table.
 //
 // Promises: an entry is read whole or not at all. A read does bounded work and then throws
-// Guard::CorruptionDetectedException. A refused write leaves the table unchanged. Iteration is in slot
-// order: it visits each entry that is there throughout exactly once, goes on from a key that has been
-// removed, and ends.
+// Guard::CorruptionDetectedException. A refused write leaves the table unchanged. Iteration is in
+// slot order: it visits each entry that is there throughout exactly once, goes on from a key that
+// has been removed, and ends.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +27,8 @@ enum class Mode : uint8_t {
 
 // The shape of a table's entries.
 struct EntryLayout {
-  std::string typeName;  // the table entity's type, for example "P4RuntimeRouting::IpDestinationTable"
+  std::string
+      typeName;  // the table entity's type, for example "P4RuntimeRouting::IpDestinationTable"
   uint32_t entrySize = 0;  // bytes
   uint32_t keyOffset = 0;  // bytes from the entry's start
   uint32_t keySize = 0;    // bytes
@@ -35,11 +36,12 @@ struct EntryLayout {
   friend bool operator==(const EntryLayout&, const EntryLayout&) = default;
 };
 
-// Where a walk stands. Kept by the walker between two steps of one walk; only the store looks inside.
+// Where a walk stands. Kept by the walker between two steps of one walk; only the store looks
+// inside.
 struct IterHint {
-  uint64_t slot = 0;       // slot of the entry last given out
-  uint64_t generation = 0; // table generation that the slot belongs to; 0: no slot yet
-  uint64_t keyHash = 0;    // hash of the key last given out
+  uint64_t slot = 0;        // slot of the entry last given out
+  uint64_t generation = 0;  // table generation that the slot belongs to; 0: no slot yet
+  uint64_t keyHash = 0;     // hash of the key last given out
 };
 
 using Bytes = std::span<const std::byte>;
@@ -71,8 +73,8 @@ class TableStore {
   virtual bool next(Bytes key, IterHint& hint, MutableBytes entry) const = 0;
 
   // Inserts the entry, or replaces the entry of the same key. `key` is the key inside `entry`, or a
-  // copy of it. Answers whether the key is new. Throws Guard::MemoryResourceException when the table
-  // is at capacity or memory has run out, with the numbers; requires: mode is writer.
+  // copy of it. Answers whether the key is new. Throws Guard::MemoryResourceException when the
+  // table is at capacity or memory has run out, with the numbers; requires: mode is writer.
   virtual bool set(Bytes key, Bytes entry) = 0;
 
   // Removes the entry of `key` and answers whether there was one; requires: mode is writer.

@@ -1,8 +1,8 @@
 // Address, prefix and MAC values as the shared-memory tables store them.
 //
-// Every type is plain bytes with no hidden padding, the same on a 32-bit and a 64-bit build, and two
-// equal values have equal bytes: unused address bytes are zero. So a value can be hashed, compared and
-// copied as bytes, in a table or out of it. Address bytes are in network order.
+// Every type is plain bytes with no hidden padding, the same on a 32-bit and a 64-bit build, and
+// two equal values have equal bytes: unused address bytes are zero. So a value can be hashed,
+// compared and copied as bytes, in a table or out of it. Address bytes are in network order.
 #pragma once
 
 #include <array>
@@ -32,8 +32,8 @@ constexpr size_t addressLength(AddressFamily family) {
 struct Ip6Addr {
   std::array<uint8_t, ip6Length> bytes{};
 
-  // 32-bit hash: the four 32-bit words in host order (most significant first), one MurmurHash3 block
-  // step each from state 0, then MurmurHash3's 32-bit final avalanche.
+  // 32-bit hash: the four 32-bit words in host order (most significant first), one MurmurHash3
+  // block step each from state 0, then MurmurHash3's 32-bit final avalanche.
   uint32_t hash() const;
 
   friend bool operator==(const Ip6Addr&, const Ip6Addr&) = default;

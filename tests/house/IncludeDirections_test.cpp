@@ -14,7 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Room to the rooms or headers it may include, itself apart. A longer entry is a narrower permission.
+// Room to the rooms or headers it may include, itself apart. A longer entry is a narrower
+// permission.
 const std::map<std::string, std::set<std::string>> arrows = {
     {"Vane", {"platform/Guard", "platform/Vane/VaExceptions.h", "platform/Vane/Values.h"}},
     {"routing-types", {"Vane", "platform/Vane", "platform/Guard"}},
@@ -38,8 +39,7 @@ const std::map<std::string, std::set<std::string>> arrows = {
     {"agent",
      {"Vane", "platform/P4Runtime", "platform/Hub", "platform/Vane", "platform/Kit",
       "platform/Trace", "platform/Guard", "platform/Wire"}},
-    {"tools",
-     {"P4RuntimePlugin", "src-includes", "routing-types", "Vane", "platform"}},
+    {"tools", {"P4RuntimePlugin", "src-includes", "routing-types", "Vane", "platform"}},
 };
 
 // The rooms that an integrator compiles on a platform of their own.
@@ -60,7 +60,8 @@ std::vector<Include> includesOf(const fs::path& file) {
   std::string text;
   for (int line = 1; std::getline(in, text); ++line) {
     std::smatch match;
-    if (std::regex_search(text, match, form)) found.push_back({file, line, match[2], match[1] == "\""});
+    if (std::regex_search(text, match, form))
+      found.push_back({file, line, match[2], match[1] == "\""});
   }
   return found;
 }
@@ -108,8 +109,8 @@ TEST(IncludeDirections, EveryRoomOfThePlatformHasItsArrows) {
 }
 
 TEST(IncludeDirections, PlugInAndPlatformUseTheStandardLibraryAndTheKernelOnly) {
-  // A header in angle brackets of a third-party library lies in a folder of the library's, or is one
-  // of those that the programs use.
+  // A header in angle brackets of a third-party library lies in a folder of the library's, or is
+  // one of those that the programs use.
   static const std::regex system(R"(^(sys|linux|asm)/)");
   static const std::set<std::string> thirdParty = {"zlib.h", "gtest", "benchmark"};
   for (const auto& room : standardOnly) {

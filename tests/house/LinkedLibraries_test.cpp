@@ -1,4 +1,5 @@
-// The plug-in links the C++ runtime, the C library and the platform's own library, and nothing else.
+// The plug-in links the C++ runtime, the C library and the platform's own library, and nothing
+// else.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -210,6 +210,7 @@ TEST_F(AllocationFailure, OfAGrowingArrayLeavesItAbsentAndTheRestAlone) {
 
 TEST_F(AllocationFailure, OfAGrowingArrayOfAFullyDefinedRowComesAfterCompaction) {
   PathRow row;
+  row.vcd();  // made once in a process
   row.setColumn<uint32_t>(PathRow::membersCol, Array{1, 2}, PathRow::fixedLength);
   row.setColumn<uint32_t>(PathRow::watchCol, Array{7}, PathRow::fixedLength);
   const Array values{1, 2, 3, 4, 5};

@@ -29,7 +29,7 @@ class ExampleRow final : public BaseRow {
 
 // The hex blocks of the page: pairs of digits up to the first gap of two blanks in each line.
 std::vector<std::string> blocksOfPage() {
-  const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+  const auto root = std::filesystem::path(ROUTING_SOURCE_DIR);
   std::ifstream page(root / "docs" / "row-format.md");
   EXPECT_TRUE(page.is_open());
   std::vector<std::string> blocks;

@@ -18,7 +18,7 @@ struct Step {
 
 // The rows of the worked example's table: | step | what happens | oldest | latest | nodes |
 std::vector<Step> stepsOfThePage() {
-  std::ifstream page(std::filesystem::path(__FILE__).parent_path() / "../../docs/change-log.md");
+  std::ifstream page(std::filesystem::path(ROUTING_SOURCE_DIR) / "docs/change-log.md");
   std::vector<Step> steps;
   std::string line;
   while (std::getline(page, line) && line != "## Worked example") {

@@ -65,7 +65,7 @@ std::string expected(const LayoutColumn& column) {
   if constexpr (std::same_as<T, bool>) {
     return "true or false";
   } else if constexpr (std::integral<T>) {
-    return fmt::format("{} ({} to {})", Vane::typeWord(column.type), std::numeric_limits<T>::min(),
+    return fmt::format("{} ({} to {})", Vane::wordOf(column.type), std::numeric_limits<T>::min(),
                        std::numeric_limits<T>::max());
   } else if constexpr (std::same_as<T, Wire::EthAddr>) {
     return "a MAC address such as \"02:00:00:00:00:01\"";

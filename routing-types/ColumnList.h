@@ -15,9 +15,13 @@
 #include <string_view>
 #include <type_traits>
 
-#include "routing-types/ColumnKinds.h"
+#include "platform/Vane/ColumnKinds.h"
 
 namespace RoutingTypes {
+
+using Vane::ColumnKind;
+using Vane::len_t;
+using Vane::VariableColumn;
 
 // A column name as a template argument.
 template <size_t N>
@@ -75,7 +79,7 @@ struct PlacedColumns {
   static constexpr bool allOf([[maybe_unused]] auto holds) { return (holds(Columns{}) && ...); }
 
   // Bytes of the columns' slots.
-  static constexpr len_t width = (len_t{0} + ... + slotWidth<typename Columns::Type>);
+  static constexpr len_t width = (len_t{0} + ... + Vane::slotWidth<typename Columns::Type>);
 };
 
 template <class... A, class... B>

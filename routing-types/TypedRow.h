@@ -20,6 +20,7 @@
 #include "platform/Vane/VaneDB.h"
 #include "routing-types/ColumnList.h"
 #include "routing-types/RowOps.h"
+#include "routing-types/RowText.h"
 
 namespace RoutingTypes {
 
@@ -122,7 +123,7 @@ class TypedRow : public Vane::BaseRow {
   template <ColumnName name>
   auto get() const {
     using C = typename Row::Columns::template Named<name>;
-    return columnValue<typename C::Type>(*this, C::offset);
+    return Vane::columnValue<typename C::Type>(*this, C::offset);
   }
   template <ColumnName name, class V>
   void set(const V& value) {
@@ -132,14 +133,14 @@ class TypedRow : public Vane::BaseRow {
  private:
   template <PlacedColumn C>
   void place(C, const typename C::Type& value) {
-    setColumnValue(*this, C::offset, value, baseRowLength_);
+    Vane::setColumnValue(*this, C::offset, value, baseRowLength_);
   }
 
   // A buffer for the fixed area and these values. What no row can hold is left for setColumn to
   // refuse.
   template <class... Vs>
   static len_t bufferLength(const Vs&... vs) {
-    const uint64_t wanted = (uint64_t{baseRowLength_} + ... + bodyBytes(vs));
+    const uint64_t wanted = (uint64_t{baseRowLength_} + ... + Vane::bodyBytes(vs));
     return static_cast<len_t>(std::min<uint64_t>(wanted, Vane::maxRowLength));
   }
 
@@ -252,7 +253,7 @@ std::string TypedRow<Row>::vaTypeSignature() {
   RowText out(detail::longestText<Columns>(0));
   out << "{";
   detail::writeColumns<Columns>(out, [&]<PlacedColumn C>(C) {
-    out << "\"" << C::name << "\":\"" << typeWord<typename C::Type> << "\"";
+    out << "\"" << C::name << "\":\"" << Vane::typeWord<typename C::Type> << "\"";
   });
   out << "}";
   return std::move(out).take();
@@ -266,7 +267,7 @@ std::string TypedRow<Row>::toJson() const {
   out << "{";
   detail::writeColumns<Columns>(out, [&]<PlacedColumn C>(C) {
     out << "\"" << C::name << "\":";
-    out.value(columnValue<typename C::Type>(*this, C::offset));
+    out.value(Vane::columnValue<typename C::Type>(*this, C::offset));
   });
   out << "}";
   return std::move(out).take();
@@ -280,7 +281,7 @@ std::string TypedRow<Row>::toString() const {
   RowText out(length);
   detail::writeColumns<Columns>(out, [&]<PlacedColumn C>(C) {
     out << C::name << " = ";
-    out.value(columnValue<typename C::Type>(*this, C::offset));
+    out.value(Vane::columnValue<typename C::Type>(*this, C::offset));
   });
   return std::move(out).take();
 }

@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/Vane/ColumnKinds.h"
+
 namespace Vane {
 namespace {
 
@@ -14,38 +16,13 @@ struct TypeInfo {
   len_t slotWidth;
 };
 
-// By ColumnType.
-constexpr std::array<TypeInfo, std::variant_size_v<ColumnValue>> types{{
-    {"uint64_t", 8},
-    {"uint32_t", 4},
-    {"int32_t", 4},
-    {"uint16_t", 2},
-    {"bool", 1},
-    {"EthAddr", 6},
-    {"IpGenPrefix", 4},
-    {"IpGenAddr", 4},
-    {"uint32_t[]", 4},
-}};
-
-const TypeInfo& infoOf(ColumnType type) { return types[static_cast<size_t>(type)]; }
-
-using Array = std::vector<uint32_t>;
-
-// Bytes of variable data that a value takes in a row: an array's body is its count and its
-// elements.
-uint32_t bodyBytes(const ColumnValue& value) {
-  return std::visit(
-      []<class T>(const T& held) -> uint32_t {
-        if constexpr (AddressColumn<T>) {
-          return bodyLength(held);
-        } else if constexpr (std::same_as<T, Array>) {
-          return held.empty() ? 0 : static_cast<uint32_t>(2 + 4 * held.size());
-        } else {
-          return 0;
-        }
-      },
-      value);
+template <class... Kinds>
+constexpr auto infoOfEach(std::type_identity<std::variant<Kinds...>>) {
+  return std::array<TypeInfo, sizeof...(Kinds)>{{{typeWord<Kinds>, slotWidth<Kinds>}...}};
 }
+
+// By ColumnType.
+constexpr auto types = infoOfEach(std::type_identity<ColumnValue>());
 
 template <size_t... I>
 ColumnValue zeroOf(ColumnType type, std::index_sequence<I...>) {
@@ -94,7 +71,7 @@ class SignatureReader {
 
 }  // namespace
 
-std::string_view typeWord(ColumnType type) { return infoOf(type).word; }
+std::string_view wordOf(ColumnType type) { return types[static_cast<size_t>(type)].word; }
 
 ColumnValue zeroValue(ColumnType type) {
   return zeroOf(type, std::make_index_sequence<std::variant_size_v<ColumnValue>>());
@@ -154,8 +131,10 @@ const LayoutColumn* RowLayout::column(std::string_view name) const {
 }
 
 BaseRow RowLayout::row(len_t typeId, const std::vector<ColumnValue>& values) const {
-  uint32_t length = fixedLength_;
-  for (const ColumnValue& value : values) length += bodyBytes(value);
+  uint64_t length = fixedLength_;
+  for (const ColumnValue& value : values) {
+    length += std::visit([](const auto& held) { return bodyBytes(held); }, value);
+  }
   if (length > maxRowLength) {
     std::ostringstream message;
     message << "row of type \"" << typeName_ << "\": " << length << " bytes, expected at most "
@@ -169,31 +148,15 @@ BaseRow RowLayout::row(len_t typeId, const std::vector<ColumnValue>& values) con
 }
 
 ColumnValue RowLayout::value(const BaseRow& row, const LayoutColumn& column) const {
+  row.needFixedArea(fixedLength_);
   ColumnValue value = zeroValue(column.type);
-  std::visit(
-      [&]<class T>(T& held) {
-        if constexpr (ScalarColumn<T>) {
-          held = row.getScalar<T>(column.offset);
-        } else if constexpr (std::same_as<T, Array>) {
-          row.getFixElemArray<uint32_t>(column.offset, held);
-        } else {
-          row.getColumn(column.offset, held);
-        }
-      },
-      value);
+  std::visit([&]<class T>(T& held) { held = columnValue<T>(row, column.offset); }, value);
   return value;
 }
 
 void RowLayout::set(BaseRow& row, const LayoutColumn& column, const ColumnValue& value) const {
-  std::visit(
-      [&]<class T>(const T& held) {
-        if constexpr (std::same_as<T, Array>) {
-          row.setColumn<uint32_t>(column.offset, held, fixedLength_);
-        } else {
-          row.setColumn(column.offset, held, fixedLength_);
-        }
-      },
-      value);
+  std::visit([&](const auto& held) { setColumnValue(row, column.offset, held, fixedLength_); },
+             value);
 }
 
 }  // namespace Vane

@@ -1,10 +1,8 @@
 // The columns of a row type that is known only by its signature.
 //
 // A signature is a one-line JSON object, {"genId":"uint64_t", "destinationPrefix":"IpGenPrefix"}:
-// column names to type words, in column order. The words give the slot widths, and so the offsets:
-//
-//   uint64_t 8   uint32_t 4   int32_t 4   uint16_t 2   bool 1   EthAddr 6
-//   IpGenPrefix 4   IpGenAddr 4   uint32_t[] 4        (descriptors; the bodies are variable data)
+// column names to type words, in column order. The words give the slot widths (ColumnKinds.h), and
+// so the offsets.
 //
 // The first column lies at offset 4, after the header, and each next one follows without a gap.
 #pragma once
@@ -27,7 +25,7 @@ using ColumnValue = std::variant<uint64_t, uint32_t, int32_t, uint16_t, bool, Et
 enum class ColumnType : uint8_t { u64, u32, i32, u16, boolean, ethAddr, prefix, addr, u32Array };
 
 // The type word of a signature: "uint64_t" and so on.
-std::string_view typeWord(ColumnType type);
+std::string_view wordOf(ColumnType type);
 
 struct LayoutColumn {
   std::string name;
@@ -58,7 +56,8 @@ class RowLayout {
   // requires: values[i] holds columns()[i].type; an array has at most 4095 elements.
   BaseRow row(len_t typeId, const std::vector<ColumnValue>& values) const;
 
-  // One column of a row of this type.
+  // One column of a row of this type. Throws VaNullRow for a null row, VaOutOfRange for one without
+  // the whole fixed area.
   ColumnValue value(const BaseRow& row, const LayoutColumn& column) const;
   // requires: `value` holds the column's type.
   void set(BaseRow& row, const LayoutColumn& column, const ColumnValue& value) const;

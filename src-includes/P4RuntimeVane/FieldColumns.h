@@ -35,16 +35,16 @@ struct ValueColumn {
 
   static void write(Row& row, const std::same_as<Type> auto& value) {
     needBuffer(row);
-    RoutingTypes::setColumnValue(row, offset, value, Row::baseRowLength_);
+    Vane::setColumnValue(row, offset, value, Row::baseRowLength_);
   }
   // Requires: the row has a buffer.
   static Type read(const Vane::BaseRow& row) {
     // Somebody else's row may be shorter than its type's fixed area.
-    row.needFixedArea(offset + RoutingTypes::slotWidth<Type>);
-    return RoutingTypes::columnValue<Type>(row, offset);
+    row.needFixedArea(offset + Vane::slotWidth<Type>);
+    return Vane::columnValue<Type>(row, offset);
   }
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
-    return at == offset ? offset + RoutingTypes::slotWidth<Type> : 0;
+    return at == offset ? offset + Vane::slotWidth<Type> : 0;
   }
 };
 

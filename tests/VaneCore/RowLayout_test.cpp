@@ -67,7 +67,7 @@ TEST(RowLayout, ColumnsKeepTheirTypesAndOrder) {
   const RowLayout layout(everyType());
   std::string words;
   for (const auto& column : layout.columns()) {
-    words += column.name + " " + std::string(Vane::typeWord(column.type)) + ";";
+    words += column.name + " " + std::string(Vane::wordOf(column.type)) + ";";
   }
   EXPECT_EQ(words,
             "a uint64_t;b uint32_t;c int32_t;d uint16_t;e bool;f EthAddr;g IpGenPrefix;"

@@ -95,7 +95,7 @@ typename T::Key keyOf(const Vane::BaseRow& row) {
   return key;
 }
 
-// What is told of a removed entry.
+// What is told of a removed entry, and what an entry is built on.
 template <TableTraits T>
 typename T::Entry entryOfOnly(const typename T::Key& key) {
   typename T::Entry entry{};
@@ -422,7 +422,7 @@ void TableAdapter<Adapter, T>::rowIs(Vane::BaseRow& row, bool) {
   const Vane::BaseRow& empty = emptyRow();
   if (const auto hook = rowHook(); hook->active()) hook->row(row, empty);
   needBuffer(row);
-  Entry entry{};
+  Entry entry = entryOfOnly<T>(keyOf<T>(row));
   T::Columns::fromRow(row, entry);
   ((*table_).*T::set)(entry);
 }

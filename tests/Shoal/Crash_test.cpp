@@ -255,11 +255,13 @@ struct Step {
   bool removes;
   uint32_t version;
 };
+// Cheap, so that the writer is inside an operation most of the time: SplitMix64's finalizer.
 Step stepOf(uint32_t seed, uint32_t number) {
-  std::mt19937 random(seed + number);
-  random.discard(3);
-  const uint32_t key = random() % 600;
-  return {Tiny::keyOf(key), random() % 3 == 0, number};
+  uint64_t x = (uint64_t{seed} << 32 | number) + 0x9E3779B97F4A7C15;
+  x = (x ^ x >> 30) * 0xBF58476D1CE4E5B9;
+  x = (x ^ x >> 27) * 0x94D049BB133111EB;
+  x ^= x >> 31;
+  return {Tiny::keyOf(static_cast<uint32_t>(x % 600)), x >> 62 == 0, number};
 }
 
 TEST(KilledWriter, LosesAtMostTheOperationInFlight) {

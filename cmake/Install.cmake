@@ -23,6 +23,8 @@ if(ROUTING_PROGRAMS)
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN/../${ROUTING_PLUGIN_DIR}")
 endif()
 
+# Relative to the file itself, so that the tree may be installed, or moved, anywhere.
+file(RELATIVE_PATH ROUTING_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
 configure_file(cmake/p4runtime-routing.pc.in p4runtime-routing.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/p4runtime-routing.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -76,6 +76,10 @@ class VaChangeIteratorImpl {
 };
 
 // Is told of each change of a table as it happens. It may leave, or others may join, meanwhile.
+//
+// An observer that changes the table while it is told has its own change told to all, in full,
+// before the round goes on: those behind it hear the higher index first. It must not let go of the
+// last handle to the table meanwhile.
 class VaTableObserver {
  public:
   virtual ~VaTableObserver() = default;

@@ -3,6 +3,7 @@
 #include <typeinfo>
 
 #include "platform/Vane/ChangeReader.h"
+#include "tests/VaneCore/Witness.h"
 #include "tests/adapters/Samples.h"
 
 namespace adapter_tests {
@@ -260,27 +261,7 @@ TYPED_TEST(ChangeNotification, RowsOfDifferentLengthsDoNotMixInTheScratchRow) {
   for (uint32_t n = 0; n < 12; ++n) EXPECT_EQ(found[n], this->exists(26 + 2 * n, 12 - n));
 }
 
-// Writes down what it is told, and then does what the test wants.
-struct Witness final : Vane::VaTableObserver {
-  void onChange(uint64_t previous, uint64_t index, bool deleted,
-                const Vane::BaseRow& row) override {
-    told.push_back({previous, index, deleted, hex(row)});
-    if (then) then();
-    kept.push_back(row);
-    afterwards.push_back(hex(row));
-  }
-  struct Told {
-    uint64_t previous;
-    uint64_t index;
-    bool deleted;
-    std::string row;
-    bool operator==(const Told&) const = default;
-  };
-  std::vector<Told> told;
-  std::vector<std::string> afterwards;
-  std::vector<Vane::BaseRow> kept;
-  std::function<void()> then;
-};
+using Witness = testing_tables::Witness<hex>;
 
 TYPED_TEST(ChangeNotification, ObserversAreToldOfIndicesKindAndRow) {
   const auto witness = std::make_shared<Witness>();

@@ -182,6 +182,20 @@ TYPED_TEST(Lookup, AWalkGivesEveryEntryInSlotOrderAsARow) {
   EXPECT_EQ(this->walk(this->adapter->begin(0), *this->adapter), this->rowsOf({1, 2, 3, 4}));
 }
 
+// Slots 1 to 4 hold entries, 9 has never been there and stands before all of them.
+TYPED_TEST(Lookup, EachWalkKeepsOneHintOfItsOwnForAllOfItsSteps) {
+  const auto a = this->adapter->begin(0);                       // step 1
+  const auto b = this->adapter->begin(0);                       // 2
+  ++*a;                                                         // 3
+  ++*b;                                                         // 4
+  ++*a;                                                         // 5
+  const auto clone = a->clone();                                // found by its key, without a step
+  ++*clone;                                                     // 6
+  const auto next = this->adapter->find(this->s.keyRow(9), 0);  // 7, the one that follows
+  ++*next;                                                      // 8
+  EXPECT_EQ(this->store->hints(), (std::vector<uint64_t>{0, 0, 1, 2, 3, 0, 0, 7}));
+}
+
 TYPED_TEST(Lookup, AnEmptyTableBeginsAtItsEnd) {
   this->storeIs(Shoal::Mode::writer);
   const auto begin = this->adapter->begin(0);
@@ -393,27 +407,57 @@ TYPED_TEST(Lookup, AnyOtherFailureOfTheTablePassesOnAndKeepsNothing) {
   EXPECT_TRUE(this->store->corruptions().empty());
 }
 
-// The places that logs name. They are looked for by number.
-class RouteAdapter : public AdapterTest<IpDestinationVaneWrapper> {};
+// The places that logs name. They are looked for as they stand here.
+struct Places {
+  const char* adapter;
+  const char* file;
+  int notMounted, notWriter, row, begin, end, find;
+};
+constexpr auto routeFile = "src-includes/P4RuntimeVane/P4RuntimeRoutingTypesVaneWrappers";
+constexpr auto ecmpFile = "src-includes/P4RuntimeVane/P4RuntimeRoutingEcmpTypesVaneWrappers";
 
-TEST_F(RouteAdapter, AssertionsNameTheLinesThatAreLookedFor) {
-  const std::string at = " | src-includes/P4RuntimeVane/P4RuntimeRoutingTypesVaneWrappers | ";
-  const auto adapter = makeAdapter();
-  const std::string message = "Multiple indices not supported" + at;
-  EXPECT_EQ(assertionOf([&] { adapter->row(S::keyRow(1), 1); }), message + "row | 300");
-  EXPECT_EQ(assertionOf([&] { adapter->begin(1); }), message + "begin | 310");
-  EXPECT_EQ(assertionOf([&] { adapter->end(1); }), message + "end | 316");
-  EXPECT_EQ(assertionOf([&] { adapter->find(S::keyRow(1), 1); }), message + "find | 324");
-  storeIs(Shoal::Mode::reader);
-  EXPECT_EQ(
-      assertionOf([&] { makeAdapter(); }),
-      "IpDestinationVaneWrapper is set to allow modifiers, but underlying Shoal entity is not "
-      "a writer" +
-          at + "IpDestinationVaneWrapper | 240");
-  table->storeIs(nullptr);
-  EXPECT_EQ(assertionOf([&] { makeAdapter(); }),
-            "IpDestinationVaneWrapper expects a mount Shoal entity" + at +
-                "IpDestinationVaneWrapper | 236");
+template <class Adapter>
+constexpr Places places{};
+template <>
+constexpr Places places<IpDestinationVaneWrapper>{
+    "IpDestinationVaneWrapper", routeFile, 236, 240, 300, 310, 316, 324};
+template <>
+constexpr Places places<VrfPrefixDestinationVaneWrapper>{
+    "VrfPrefixDestinationVaneWrapper", routeFile, 652, 656, 716, 726, 732, 740};
+template <>
+constexpr Places places<L2NexthopGroupEncapVaneWrapper>{
+    "L2NexthopGroupEncapVaneWrapper", routeFile, 1068, 1072, 1132, 1142, 1148, 1156};
+template <>
+constexpr Places places<NexthopInfoVaneWrapper>{
+    "NexthopInfoVaneWrapper", ecmpFile, 251, 255, 315, 325, 331, 339};
+template <>
+constexpr Places places<EcmpMemberListVaneWrapper>{
+    "EcmpMemberListVaneWrapper", ecmpFile, 673, 677, 737, 747, 753, 761};
+
+template <class A>
+using Assertions = AdapterTest<A>;
+TYPED_TEST_SUITE(Assertions, Adapters, AdapterNames);
+
+TYPED_TEST(Assertions, NameTheTextsFilesFunctionsAndLinesThatAreLookedFor) {
+  const Places& at = places<TypeParam>;
+  const auto said = [&](const std::string& text, const std::string& function, int line) {
+    return text + " | " + at.file + " | " + function + " | " + std::to_string(line);
+  };
+  const auto adapter = this->makeAdapter();
+  const Vane::BaseRow key = this->s.keyRow(1);
+  const std::string indices = "Multiple indices not supported";
+  EXPECT_EQ(assertionOf([&] { adapter->row(key, 1); }), said(indices, "row", at.row));
+  EXPECT_EQ(assertionOf([&] { adapter->begin(1); }), said(indices, "begin", at.begin));
+  EXPECT_EQ(assertionOf([&] { adapter->end(1); }), said(indices, "end", at.end));
+  EXPECT_EQ(assertionOf([&] { adapter->find(key, 1); }), said(indices, "find", at.find));
+  const std::string name = at.adapter;
+  this->storeIs(Shoal::Mode::reader);
+  EXPECT_EQ(assertionOf([&] { this->makeAdapter(); }),
+            said(name + " is set to allow modifiers, but underlying Shoal entity is not a writer",
+                 name, at.notWriter));
+  this->table->storeIs(nullptr);
+  EXPECT_EQ(assertionOf([&] { this->makeAdapter(); }),
+            said(name + " expects a mount Shoal entity", name, at.notMounted));
 }
 
 TEST(AssertionPlaces, AreDifferentWithinEachSourceFile) {

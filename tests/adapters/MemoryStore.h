@@ -31,6 +31,9 @@ class MemoryStore final : public Shoal::TableStore {
   }
   int reads() const { return reads_; }
   int clears() const { return clears_; }
+  // The hint that each step of a walk came with: 0 is a fresh one, n the one that the nth step
+  // left.
+  const std::vector<uint64_t>& hints() const { return hints_; }
   int capacityQuestions() const { return capacityQuestions_; }
   const std::vector<std::string>& corruptions() const { return corruptions_; }
 
@@ -51,13 +54,15 @@ class MemoryStore final : public Shoal::TableStore {
     const size_t slot = find(key);
     return slot != slots_.size() && slots_[slot].isLive && copyOut(slots_[slot], entry);
   }
-  bool first(Shoal::IterHint&, Shoal::MutableBytes entry) const override {
+  bool first(Shoal::IterHint& hint, Shoal::MutableBytes entry) const override {
     countRead();
+    takeHint(hint);
     return liveFrom(0, entry);
   }
   // A key that was never here stands before every other.
-  bool next(Shoal::Bytes key, Shoal::IterHint&, Shoal::MutableBytes entry) const override {
+  bool next(Shoal::Bytes key, Shoal::IterHint& hint, Shoal::MutableBytes entry) const override {
     countRead();
+    takeHint(hint);
     const size_t slot = find(key);
     return liveFrom(slot == slots_.size() ? 0 : slot + 1, entry);
   }
@@ -110,6 +115,10 @@ class MemoryStore final : public Shoal::TableStore {
     std::ranges::copy(slot.entry, entry.begin());
     return true;
   }
+  void takeHint(Shoal::IterHint& hint) const {
+    hints_.push_back(hint.slot);
+    hint.slot = hints_.size();
+  }
   void countRead() const {
     ++reads_;
     if (readsLeft_ >= 0 && readsLeft_-- == 0) interruption_();
@@ -124,6 +133,7 @@ class MemoryStore final : public Shoal::TableStore {
   std::function<void()> interruption_;
   mutable int readsLeft_ = -1;
   mutable int reads_ = 0;
+  mutable std::vector<uint64_t> hints_;
   mutable int capacityQuestions_ = 0;
   int clears_ = 0;
 };

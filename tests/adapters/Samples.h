@@ -11,10 +11,12 @@
 #include "platform/Vane/VaneDB.h"
 #include "src-includes/P4RuntimeVane/P4RuntimeRoutingEcmpTypesVaneWrappers.h"
 #include "src-includes/P4RuntimeVane/P4RuntimeRoutingTypesVaneWrappers.h"
+#include "tests/Guard/MessageOf.h"
 #include "tests/adapters/MemoryStore.h"
 
 namespace adapter_tests {
 
+using GuardTest::messageOf;
 using NexthopGroup::L2NexthopGroupEncap;
 using NexthopGroup::L2NexthopGroupEncapRow;
 using NexthopGroup::L2NexthopGroupEncapTableVaneWrappers::L2NexthopGroupEncapTraits;
@@ -214,16 +216,6 @@ inline std::string hex(const Vane::BaseRow& row) {
     text += {digits[byte / 16], digits[byte % 16]};
   }
   return text;
-}
-
-template <class Error, class Call>
-std::string messageOf(Call call) {
-  try {
-    call();
-  } catch (const Error& error) {
-    return error.message();
-  }
-  return "nothing was thrown";
 }
 
 // What an assertion says: "message | file | function | line".

@@ -15,7 +15,13 @@ RoutingP4RuntimePluginLoader::RoutingP4RuntimePluginLoader() {
   auto& initCallers = loader.initCallers();
   initCallers.push_back(
       std::make_unique<Loader::LoaderInitCallerWithContext>(&loader, initCaller()));
-  loader.registerPlugin(name, loader.source(), name, profile, initCallers.back().get());
+  try {
+    loader.registerPlugin(name, loader.source(), name, profile, initCallers.back().get());
+  } catch (...) {
+    // The agent would call an object that was never made.
+    initCallers.pop_back();
+    throw;
+  }
 }
 
 Kit::Ptr<P4Runtime::P4RuntimePluginBase> RoutingP4RuntimePluginLoader::init(

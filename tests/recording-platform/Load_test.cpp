@@ -36,6 +36,30 @@ TEST(LibraryLoad, DescribesEveryRowTypeThatItPublishes) {
   }
 }
 
+// The loader, the text of where the library comes from, the registration: whichever fails, the
+// agent is left with no init-caller of an object that was never made.
+TEST(LoaderConstruction, ThatFailsLeavesNoInitCallerBehind) {
+  const Lines calls = {"DefaultPluginLoader", "source",
+                       "registerPlugin RoutingVane, the loader's own text, RoutingVane, Routing, "
+                       "the last init-caller"};
+  auto& agent = P4Runtime::DefaultPluginLoader();
+  const size_t known = agent.initCallers().size();
+  for (size_t failing = 0; failing < calls.size(); ++failing) {
+    SCOPED_TRACE(calls[failing]);
+    Recorder::instance().reset();
+    Recorder::instance().failAt(failing);
+    EXPECT_THROW(P4RuntimeRouting::RoutingP4RuntimePluginLoader(), InjectedFailure);
+    EXPECT_THAT(Recorder::instance().lines(),
+                testing::ElementsAreArray(before(calls, failing + 1)));
+    EXPECT_EQ(agent.initCallers().size(), known);
+  }
+  Recorder::instance().reset();
+  const P4RuntimeRouting::RoutingP4RuntimePluginLoader loader;
+  EXPECT_THAT(Recorder::instance().lines(), testing::ElementsAreArray(calls));
+  ASSERT_EQ(agent.initCallers().size(), known + 1);
+  agent.initCallers().pop_back();
+}
+
 // The library's own loader object: the entity that it starts here goes when the process ends.
 TEST(LibraryLoad, OfTheLibrarysLoaderStartsThePlugInWhenTheAgentCallsBack) {
   Bench bench;

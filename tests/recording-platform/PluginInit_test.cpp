@@ -20,7 +20,7 @@ Lines mountLines(const std::string& manager, const std::string& path) {
           "doMount " + path +
               " as NexthopGroup::L2NexthopGroupEncapTable type 0 collection l2NexthopGroupEncap "
               "of 1024",
-          manager + ": mount gone"};
+          "mounted entity dropped", manager + ": mount gone"};
 }
 
 Lines mountsLines(const std::string& manager) {
@@ -188,6 +188,7 @@ TEST(PluginInit, WithoutARowDatabaseIsTheAssertionAdbAndNothingElse) {
 }
 
 TEST(PluginInit, MakesOneTraceHandleOnFirstUse) {
+  EXPECT_THAT(Recorder::instance().loadTraceHandles(), testing::IsEmpty());
   Bench bench;
   bench.start();
   bench.plugin->cleanup(P4Runtime::PluginCleanupReason::restart);

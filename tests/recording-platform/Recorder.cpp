@@ -22,7 +22,10 @@ void Recorder::event(const std::string& text) {
 }
 
 void Recorder::reset() {
-  if (!std::exchange(loaded_, true)) loadLines_ = lines_;
+  if (!std::exchange(loaded_, true)) {
+    loadLines_ = lines_;
+    loadTraceHandles_ = traceHandles;
+  }
   lines_.clear();
   isCall_.clear();
   failAt_.reset();

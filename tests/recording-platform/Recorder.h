@@ -48,6 +48,7 @@ class Recorder {
   // Forgets all lines and failures; those written while the program was loaded are kept apart.
   void reset();
   const std::vector<std::string>& loadLines() const { return loadLines_; }
+  const std::vector<std::string>& loadTraceHandles() const { return loadTraceHandles_; }
 
   // When set, the plug-in base hands this to pluginInit in place of the context that it has stored.
   Kit::Ptr<P4Runtime::PluginContext> argument;
@@ -58,6 +59,7 @@ class Recorder {
   std::vector<std::string> lines_;
   std::vector<bool> isCall_;
   std::vector<std::string> loadLines_;
+  std::vector<std::string> loadTraceHandles_;
   std::optional<size_t> failAt_;
   bool loaded_ = false;
 };

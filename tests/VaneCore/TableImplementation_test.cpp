@@ -1,24 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "platform/Vane/VaTable.h"
+#include "tests/Guard/MessageOf.h"
 #include "tests/VaneCore/MemoryTable.h"
+#include "tests/VaneCore/Witness.h"
 
 namespace {
 
+using GuardTest::messageOf;
 using testing_tables::MemoryTable;
 using Vane::TableState;
-
-template <class Error, class Call>
-std::string messageOf(Call call) {
-  try {
-    call();
-  } catch (const Error& error) {
-    return error.message();
-  }
-  return "nothing was thrown";
-}
 
 TEST(TableImplementation, AnswersWithWhatItWasBuiltWith) {
   const MemoryTable table(MemoryTable::Flags{}, {{"colour", "blue"}});
@@ -90,23 +81,7 @@ TEST(RowHook, HandsTheRowBackByDefault) {
   EXPECT_EQ(hook.row(row, Vane::BaseRow()).buffer(), row.buffer());
 }
 
-// Writes down what it is told, and then does what the test wants.
-struct Witness final : Vane::VaTableObserver {
-  struct Told {
-    uint64_t previous;
-    uint64_t index;
-    bool deleted;
-    uint32_t key;
-    bool operator==(const Told&) const = default;
-  };
-  void onChange(uint64_t previous, uint64_t index, bool deleted,
-                const Vane::BaseRow& row) override {
-    told.push_back({previous, index, deleted, testing_tables::keyOf(row)});
-    if (then) then();
-  }
-  std::vector<Told> told;
-  std::function<void()> then;
-};
+using Witness = testing_tables::Witness<testing_tables::keyOf>;
 
 TEST(Observers, AreToldOfEachChangeAsItHappens) {
   MemoryTable table;

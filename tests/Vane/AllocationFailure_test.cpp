@@ -1,110 +1,21 @@
 // Each allocation of the row layer fails once: the error is the documented one, the row is as it
 // was, nothing leaks, and the next call works.
-//
-// This program's own malloc, calloc, realloc and free stand before the C library's. operator new
-// uses them too. A sanitizer brings its own allocator, so there the tests are skipped.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <new>
-
+#include "tests/Vane/FailingAllocator.h"
 #include "tests/Vane/Rows.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ROWS_OWN_ALLOCATOR 0
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__GLIBC__)
-#define ROWS_OWN_ALLOCATOR 0
-#endif
-#ifndef ROWS_OWN_ALLOCATOR
-#define ROWS_OWN_ALLOCATOR 1
-#endif
-
-namespace {
-
-constinit thread_local int allocationsUntilFailure = 0;  // 0: none is to fail
-constinit thread_local long liveBlocks = 0;
-
-[[maybe_unused]] bool failsNow() {
-  return allocationsUntilFailure > 0 && --allocationsUntilFailure == 0;
-}
-
-[[maybe_unused]] void* counted(void* block) {
-  if (block != nullptr) ++liveBlocks;
-  return block;
-}
-
-}  // namespace
-
-#if ROWS_OWN_ALLOCATOR
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* block, size_t size);
-void __libc_free(void* block);
-
-void* malloc(size_t size) noexcept { return failsNow() ? nullptr : counted(__libc_malloc(size)); }
-void* calloc(size_t count, size_t size) noexcept {
-  return failsNow() ? nullptr : counted(__libc_calloc(count, size));
-}
-void* realloc(void* block, size_t size) noexcept {
-  if (failsNow()) return nullptr;
-  if (block != nullptr) --liveBlocks;
-  return counted(__libc_realloc(block, size));
-}
-void free(void* block) noexcept {
-  if (block != nullptr) --liveBlocks;
-  __libc_free(block);
-}
-}
-#endif
 
 namespace Vane::Test {
 namespace {
 
+using FailingAllocator::badAlloc;  // the shared pointer's block, the caller's vector
+using FailingAllocator::failEach;
+
 using Array = std::vector<uint32_t>;
 using testing::ElementsAre;
 
-constexpr auto badAlloc = "std::bad_alloc";  // the shared pointer's block, the caller's vector
-
-class AllocationFailure : public testing::Test {
- protected:
-  void SetUp() override {
-    if (!ROWS_OWN_ALLOCATOR) GTEST_SKIP() << "the allocator is the sanitizer's";
-  }
-};
-
-// Runs `action` with its first allocation failing, then its second, until it succeeds. `unchanged`
-// looks at what a failure left behind. Returns the errors in order.
-std::vector<std::string> failEach(auto&& action, auto&& unchanged) {
-  std::vector<std::string> errors;
-  for (int nth = 1;; ++nth) {
-    char error[200] = "";  // on the stack: what is counted here is the action's alone
-    const long before = liveBlocks;
-    allocationsUntilFailure = nth;
-    try {
-      action();
-    } catch (const Guard::MemoryResourceException& e) {
-      std::snprintf(error, sizeof(error), "%s", e.what());
-    } catch (const std::bad_alloc& e) {
-      std::snprintf(error, sizeof(error), "%s", e.what());
-    }
-    const bool succeeded = allocationsUntilFailure > 0;
-    allocationsUntilFailure = 0;
-    if (succeeded) return errors;
-    EXPECT_EQ(liveBlocks, before) << "leak after failure " << nth;
-    unchanged();
-    errors.emplace_back(error);
-    if (nth == 10) {
-      ADD_FAILURE() << "still failing";
-      return errors;
-    }
-  }
-}
+using AllocationFailure = FailingAllocator::Test;
 
 const auto nothingToCheck = [] {};
 

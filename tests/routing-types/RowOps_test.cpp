@@ -1,7 +1,7 @@
 // Hash values, the operations objects, and their generators.
-#include <cstring>
 #include <type_traits>
 
+#include "tests/Vane/VirtualSlots.h"
 #include "tests/routing-types/RowTypes.h"
 
 namespace RoutingTypes::Test {
@@ -307,54 +307,46 @@ TEST_F(LibraryLoad, OffersSixTypesAndGeneratorsForFour) {
                                                  "P4RuntimeRouting::VrfPrefixDestinationRow"}));
 }
 
-// The order of virtual operations is a binary interface. In the platform's C++ ABI a pointer to a
-// virtual member holds one more than its place in the table, in bytes.
+using Vane::Test::slotOf;
+using Vane::Test::VirtualSlots;
 
-template <class Member>
-size_t slot(Member member) {
-  uintptr_t word;
-  std::memcpy(&word, &member, sizeof word);
-  EXPECT_EQ(word % sizeof(void*), 1u) << "not virtual";
-  return word / sizeof(void*);
-}
-
-TEST(VirtualSlots, OfARowType) {
+TEST_F(VirtualSlots, OfARowType) {
   using Row = IpDestinationRow;
-  EXPECT_EQ(slot(&Row::shareContents), 0u);
+  EXPECT_EQ(slotOf(&Row::shareContents), 0u);
   // 1 and 2: the destructor, complete and deleting.
-  EXPECT_EQ(slot(&Row::vcd), 3u);
-  EXPECT_EQ(slot(&Row::toString), 4u);
-  EXPECT_EQ(slot(&Row::toJson), 5u);
-  EXPECT_EQ(slot(&Row::rowEqual), 6u);
-  EXPECT_EQ(slot(&Row::rowLess), 7u);
-  EXPECT_EQ(slot(&Row::rowHash), 8u);
-  EXPECT_EQ(slot(&Row::baseRowLength), 9u);
-  EXPECT_EQ(slot(&Row::isFullyDefined), 10u);
-  EXPECT_EQ(slot(&Row::clearRow), 11u);
+  EXPECT_EQ(slotOf(&Row::vcd), 3u);
+  EXPECT_EQ(slotOf(&Row::toString), 4u);
+  EXPECT_EQ(slotOf(&Row::toJson), 5u);
+  EXPECT_EQ(slotOf(&Row::rowEqual), 6u);
+  EXPECT_EQ(slotOf(&Row::rowLess), 7u);
+  EXPECT_EQ(slotOf(&Row::rowHash), 8u);
+  EXPECT_EQ(slotOf(&Row::baseRowLength), 9u);
+  EXPECT_EQ(slotOf(&Row::isFullyDefined), 10u);
+  EXPECT_EQ(slotOf(&Row::clearRow), 11u);
 }
 
-TEST(VirtualSlots, OfAnOperationsObject) {
+TEST_F(VirtualSlots, OfAnOperationsObject) {
   using Ops = P4RuntimeRouting::IpDestinationRowRowOps_KEY;
   // 0 and 1: the destructor.
-  EXPECT_EQ(slot(&Ops::keyHash), 2u);
-  EXPECT_EQ(slot(&Ops::rowHash), 3u);
-  EXPECT_EQ(slot(&Ops::keyEquals), 4u);
-  EXPECT_EQ(slot(&Ops::rowEquals), 5u);
-  EXPECT_EQ(slot(&Ops::keyLess), 6u);
-  EXPECT_EQ(slot(&Ops::rowLess), 7u);
-  EXPECT_EQ(slot(&Ops::unique), 8u);
-  EXPECT_EQ(slot(&Ops::ordered), 9u);
-  EXPECT_EQ(slot(&Ops::index), 10u);
-  EXPECT_EQ(slot(&Ops::getTotalInstructionsExecuted), 11u);
+  EXPECT_EQ(slotOf(&Ops::keyHash), 2u);
+  EXPECT_EQ(slotOf(&Ops::rowHash), 3u);
+  EXPECT_EQ(slotOf(&Ops::keyEquals), 4u);
+  EXPECT_EQ(slotOf(&Ops::rowEquals), 5u);
+  EXPECT_EQ(slotOf(&Ops::keyLess), 6u);
+  EXPECT_EQ(slotOf(&Ops::rowLess), 7u);
+  EXPECT_EQ(slotOf(&Ops::unique), 8u);
+  EXPECT_EQ(slotOf(&Ops::ordered), 9u);
+  EXPECT_EQ(slotOf(&Ops::index), 10u);
+  EXPECT_EQ(slotOf(&Ops::getTotalInstructionsExecuted), 11u);
 }
 
-TEST(VirtualSlots, OfAGenerator) {
+TEST_F(VirtualSlots, OfAGenerator) {
   using Generator = P4RuntimeRouting::IpDestinationRowRowOpsGenerator;
   void (Generator::*append)(std::vector<std::shared_ptr<Vane::RowOpsBase>>&) =
       &Generator::operator();
   std::shared_ptr<Vane::RowOpsBase> (Generator::*at)(unsigned char) = &Generator::operator();
-  EXPECT_EQ(slot(append), 0u);
-  EXPECT_EQ(slot(at), 1u);
+  EXPECT_EQ(slotOf(append), 0u);
+  EXPECT_EQ(slotOf(at), 1u);
 }
 
 }  // namespace

@@ -204,6 +204,18 @@ Row rowOf(unsigned high) {
   (std::make_index_sequence<columnCount<Row>>());
 }
 
+// A row of the type's key alone, of low or of high values.
+template <class Row>
+Row keyOf(unsigned high) {
+  if constexpr (requires { Row::key(u32[high], prefixes[high]); }) {
+    return Row::key(u32[high], prefixes[high]);
+  } else if constexpr (requires { Row::key(prefixes[high]); }) {
+    return Row::key(prefixes[high]);
+  } else {
+    return Row::key(u16[high]);
+  }
+}
+
 // Runs `check` on every choice of values against itself and against each that differs from it in
 // one or two columns.
 template <class Row>

@@ -27,6 +27,7 @@ class PluginBase {
     Kit::Ptr<P4Runtime::P4RuntimePluginBase> operator()(Context* context) const {
       return plugin_->init(context);
     }
+    const PluginBase* plugin() const { return plugin_; }
 
    private:
     PluginBase* plugin_;
@@ -62,6 +63,7 @@ class Loader {
     Kit::Ptr<P4Runtime::P4RuntimePluginBase> operator()() const {
       return initCaller_(loader_->context());
     }
+    const PluginBase<Context>* plugin() const { return initCaller_.plugin(); }
 
    private:
     Loader* loader_;

@@ -1,18 +1,32 @@
 #include "platform/P4Runtime/PluginLibrary.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <set>
 
 namespace P4Runtime {
 namespace {
 
+// Where the library that holds this object has been loaded; 0: none holds it.
+uintptr_t baseOf(const void* object) {
+  Dl_info info;
+  return dladdr(object, &info) ? reinterpret_cast<uintptr_t>(info.dli_fbase) : 0;
+}
+
+uintptr_t baseOfLibrary(void* library) {
+  const link_map* map = nullptr;
+  dlinfo(library, RTLD_DI_LINKMAP, &map);
+  return map->l_addr;
+}
+
 class ReferenceLoader final : public Plugin::Loader<PluginContext> {
  public:
   void registerPlugin(const std::string& name, const std::string& source,
                       const std::string& feature, const std::string& profile,
-                      LoaderInitCallerWithContext*) override {
+                      LoaderInitCallerWithContext* initCaller) override {
     registered_.push_back({name, source, feature, profile});
+    libraries_.insert(baseOf(initCaller->plugin()));
   }
   std::string source() const override { return source_; }
 
@@ -21,8 +35,8 @@ class ReferenceLoader final : public Plugin::Loader<PluginContext> {
 
  private:
   std::vector<RegisteredPlugin> registered_;
-  std::string source_;  // empty while no library is being loaded
-  std::set<void*> libraries_;
+  std::string source_;             // empty while no library is being loaded
+  std::set<uintptr_t> libraries_;  // those that hold a registered plug-in's object
 };
 
 // Made on first use, because plug-ins register during static initialisation, and never destroyed.
@@ -36,15 +50,12 @@ ReferenceLoader& loader() {
 }
 
 void ReferenceLoader::load(const std::filesystem::path& file) {
-  const size_t before = registered_.size();
   // Absolute: a bare file name would be searched for along the library path.
   source_ = std::filesystem::absolute(file).string();
   void* library = dlopen(source_.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   source_.clear();
   if (!library) throwNotLoaded(file, dlerror());
-  if (registered_.size() > before) {
-    libraries_.insert(library);
-  } else if (!libraries_.contains(library)) {
+  if (!libraries_.contains(baseOfLibrary(library))) {
     dlclose(library);
     throwNotLoaded(file, "it registered no plug-in when it was loaded");
   }

@@ -1,5 +1,6 @@
 #include "platform/P4Runtime/PluginLibrary.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -134,6 +135,14 @@ TEST(PluginLibrary, RegistersItsPlugInsWithItsPathAsTheirSource) {
   EXPECT_TRUE(Kit::typeNode("P4RuntimeRouting::P4RuntimeRoutingVanePlugin"));
   loadPluginLibrary(TEST_PLUGIN_FILE);
   EXPECT_EQ(P4Runtime::registeredPlugins().size(), before + 1) << "it is loaded already";
+}
+
+TEST(PluginLibrary, ThatTheProcessHasAlreadyIsTakenAsItIs) {
+  ASSERT_TRUE(dlopen(TEST_PLUGIN_FILE, RTLD_NOW)) << dlerror();
+  const size_t before = P4Runtime::registeredPlugins().size();
+  EXPECT_EQ(P4Runtime::registeredPlugins().back().name, "RoutingVane");
+  EXPECT_EQ(loadFailure(TEST_PLUGIN_FILE), "no failure");
+  EXPECT_EQ(P4Runtime::registeredPlugins().size(), before);
 }
 
 // At the end of a process with a running plug-in whose library came by dlopen.

@@ -120,6 +120,7 @@ struct RowDescription {
     metadata.baseRowLength = Row::baseRowLength_;
     metadata.toJson = [](const Vane::BaseRow& row) { return Row(row).toJson(); };
     metadata.toText = &Row::browToString;
+    metadata.forgetTypeId = &Row::reset;
     Vane::installRowMetadata(std::move(metadata));
   }
 };

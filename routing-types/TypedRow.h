@@ -5,7 +5,7 @@
 // a buffer that holds the variable-size values as well, so that nothing grows later.
 //
 // A generic row becomes a typed one when its type id is the row type's. The id is the row
-// database's: it is asked for once and kept until reset().
+// database's: it is asked for once and kept until reset(), which comes with another database.
 #pragma once
 
 #include <algorithm>

@@ -57,6 +57,7 @@ struct RowMetadata {
   uint16_t baseRowLength = 0;           // bytes of header and fixed area
   std::string (*toJson)(const BaseRow&) = nullptr;  // of a generic row of this type
   std::string (*toText)(const BaseRow&) = nullptr;
+  void (*forgetTypeId)() = nullptr;  // the id that the type has kept is another database's
 };
 
 // Offers a row type's description. The database reads it when the type is first asked for. A second

@@ -118,7 +118,13 @@ std::shared_ptr<VaneDB>& currentDB() {
 }  // namespace
 
 std::shared_ptr<VaneDB> VaneDB::current() { return currentDB(); }
-void VaneDB::currentIs(std::shared_ptr<VaneDB> db) { currentDB() = std::move(db); }
+void VaneDB::currentIs(std::shared_ptr<VaneDB> db) {
+  if (db == currentDB()) return;
+  currentDB() = std::move(db);
+  for (const auto& name : rowTypeNames()) {
+    if (const auto forget = rowMetadata(name)->forgetTypeId) forget();
+  }
+}
 
 BaseRow VaneDB::vaClass(const std::string& typeName) {
   const auto db = current();

@@ -57,7 +57,8 @@ class VaneDB {
   // Loads the description that the type has offered. Nothing happens when it has offered none.
   virtual void metadataIs(const std::string& typeName) = 0;
 
-  // The process's current database; empty at first.
+  // The process's current database; empty at first. Each database numbers the row types itself, so
+  // with another one the types forget the ids that they have kept.
   static std::shared_ptr<VaneDB> current();
   static void currentIs(std::shared_ptr<VaneDB> db);
   // classRecord and metadataIs of the current database. Without one no type is known.

@@ -230,24 +230,11 @@ std::string assertionOf(Call call) {
   return "nothing was asserted";
 }
 
-// A database of its own, whose row types are looked up anew.
+// A database of its own.
 class DatabaseTest : public testing::Test {
  protected:
-  DatabaseTest() {
-    Vane::VaneDB::currentIs(db);
-    forgetRowTypes();
-  }
-  ~DatabaseTest() override {
-    Vane::VaneDB::currentIs(nullptr);
-    forgetRowTypes();
-  }
-  static void forgetRowTypes() {
-    IpDestinationRow::reset();
-    VrfPrefixDestinationRow::reset();
-    L2NexthopGroupEncapRow::reset();
-    NexthopInfoRow::reset();
-    EcmpMemberListRow::reset();
-  }
+  DatabaseTest() { Vane::VaneDB::currentIs(db); }
+  ~DatabaseTest() override { Vane::VaneDB::currentIs(nullptr); }
   const std::shared_ptr<Vane::VaneDB> db = Vane::makeVaneDB();
 };
 

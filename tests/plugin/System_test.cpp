@@ -273,6 +273,54 @@ TEST_F(StartingPlugin, WithoutTheRoutingTablesIsAStandardAssertion) {
   EXPECT_DEATH(agent.start(), "Assertion `.*' failed");
 }
 
+// Every start gets a row database of its own, which numbers the row types as it comes to know them;
+// the tables that were published stay in theirs.
+TEST(RestartedPlugin, ServesEachNewRowDatabaseFromTheSameTables) {
+  PluginTest::Agent agent(nullptr);
+  agent.mountRoutingTables();
+  std::vector<std::shared_ptr<Vane::VaneDB>> databases;
+  for (uint32_t start = 1; start <= 3; ++start) {
+    SCOPED_TRACE("start " + std::to_string(start));
+    const auto db = databases.emplace_back(Vane::makeVaneDB());
+    Vane::VaneDB::currentIs(db);
+    if (start == 2) db->tableTypeId("NexthopGroup::L2NexthopGroupEncapRow");  // known first: 1
+    agent.context =
+        new P4Runtime::PluginContext("context", agent.manager, db, agent.context->pluginDir());
+    agent.start();
+    const auto plugin = Kit::dynamicCast<Plugin>(agent.started.back());
+    agent.loop.run();
+    EXPECT_TRUE(plugin->mountsComplete());
+    EXPECT_EQ(db->tableNames().size(), 10u);
+    forEachTable([&]<class A>(const A& attribute) {
+      using S = Sample<typename A::Adapter>;
+      SCOPED_TRACE(attribute.publishedName);
+      const auto table = db->table(attribute.publishedName);
+      EXPECT_EQ(table->size(), 0u);
+      EXPECT_EQ(table->latestChangeIdx(), 1u) << "nothing of the starts before";
+      auto row = S::row(start, start);
+      EXPECT_EQ(row.rowType(), table->rowTypeId());
+      table->rowIs(row, false);
+      EXPECT_EQ(adapter_tests::hex(table->row(S::keyRow(start), 0)), adapter_tests::hex(row));
+      EXPECT_EQ(table->latestChangeIdx(), 2u);
+      typename A::Adapter::Map map;
+      const typename A::Table shape("shape");
+      map.storeIs(
+          Shoal::attachReader(agent.root.path, attribute.path(*plugin).str(), shape.layout()));
+      bool found = false;
+      EXPECT_TRUE(map.safeLookup(S::key(start), found) == S::entry(start, start));
+      EXPECT_TRUE(found);
+      for (const auto& earlier : databases) {
+        EXPECT_EQ(earlier->table(attribute.publishedName)->size(), 1u) << "one table for them all";
+      }
+    });
+    plugin->cleanup(PluginCleanupReason::restart);
+    for (const auto& each : databases) {
+      for (const auto& name : each->tableNames()) EXPECT_EQ(each->table(name)->size(), 0u) << name;
+    }
+  }
+  Vane::VaneDB::currentIs(nullptr);
+}
+
 // At the end of a process that goes on with a plug-in, its tables and its adapters all alive.
 TEST(ProcessWithThePlugInLinked, EndsCleanly) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

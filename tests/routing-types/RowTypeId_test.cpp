@@ -41,6 +41,16 @@ TYPED_TEST(RowTypeId, OfATypeThatTheDatabaseCannotDescribeIsNullRowAndStaysUnkno
   expectThrows<Vane::VaNullRow>([] { TypeParam row{BaseRow(64)}; }, "null row");
 }
 
+TYPED_TEST(RowTypeId, IsAskedOfTheDatabaseThatBecomesTheCurrentOne) {
+  EXPECT_EQ(TypeParam::protRowType(), 258);
+  Vane::VaneDB::currentIs(this->db);
+  EXPECT_EQ(TypeParam::rowType_, 258) << "the same database";
+  const auto other = std::make_shared<TestDB>();
+  other->ids[TypeParam::rowTypeName()] = 7;
+  Vane::VaneDB::currentIs(other);
+  EXPECT_EQ(TypeParam::protRowType(), 7);
+}
+
 TYPED_TEST(RowTypeId, IsUnknownWithoutACurrentDatabase) {
   Vane::VaneDB::currentIs(nullptr);
   expectThrows<Vane::VaNullRow>([] { TypeParam::protRowType(); }, "null row");

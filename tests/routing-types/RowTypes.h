@@ -86,15 +86,6 @@ class TestDB final : public Vane::VaneDB {
   std::map<std::string, uint16_t> loaded_;
 };
 
-inline void forgetTypes() {
-  IpDestinationRow::reset();
-  VrfPrefixDestinationRow::reset();
-  IpVrfPrefixStatusEntryRow::reset();
-  L2NexthopGroupEncapRow::reset();
-  NexthopInfoRow::reset();
-  EcmpMemberListRow::reset();
-}
-
 // Each test starts with a database of its own, in which every row type has id 258, and with no id
 // known.
 class WithDB : public testing::Test {
@@ -108,13 +99,9 @@ class WithDB : public testing::Test {
           "P4RuntimeRouting::NexthopInfoRow", "P4RuntimeRouting::EcmpMemberListRow"}) {
       db->ids[name] = typeId;
     }
-    forgetTypes();
     Vane::VaneDB::currentIs(db);
   }
-  ~WithDB() override {
-    Vane::VaneDB::currentIs(nullptr);
-    forgetTypes();
-  }
+  ~WithDB() override { Vane::VaneDB::currentIs(nullptr); }
 
   std::shared_ptr<TestDB> db = std::make_shared<TestDB>();
 };

@@ -9,8 +9,8 @@ namespace {
 // What doMount returns. Nobody else holds it, so that the moment shows at which it is let go.
 class Mounted final : public Kit::Entity {
  public:
-  Mounted() : Entity("mounted") {}
-  ~Mounted() override { event("mounted entity dropped"); }
+  explicit Mounted(Kit::Name path) : Entity(std::move(path)) {}
+  ~Mounted() override { event("dropped " + name().str()); }
 };
 
 class Service final : public KitShoal::MountService {
@@ -26,7 +26,7 @@ class Service final : public KitShoal::MountService {
          << static_cast<uint32_t>(info.type()) << " collection " << info.collectionInfo().name
          << " of " << info.collectionInfo().size;
     call(text.str());
-    return new Mounted;
+    return new Mounted(path.str());
   }
   Kit::Ptr<Kit::Entity> getEntity(const Kit::String& path) override {
     call("getEntity " + path.str());

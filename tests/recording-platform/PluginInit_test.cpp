@@ -20,7 +20,7 @@ Lines mountLines(const std::string& manager, const std::string& path) {
           "doMount " + path +
               " as NexthopGroup::L2NexthopGroupEncapTable type 0 collection l2NexthopGroupEncap "
               "of 1024",
-          "mounted entity dropped", manager + ": mount gone"};
+          "dropped " + path, manager + ": mount gone"};
 }
 
 Lines mountsLines(const std::string& manager) {

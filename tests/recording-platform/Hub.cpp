@@ -9,8 +9,11 @@ namespace {
 // What doMount returns. Nobody else holds it, so that the moment shows at which it is let go.
 class Mounted final : public Kit::Entity {
  public:
-  explicit Mounted(Kit::Name path) : Entity(std::move(path)) {}
-  ~Mounted() override { event("dropped " + name().str()); }
+  explicit Mounted(std::string path) : Entity("mounted"), path_(std::move(path)) {}
+  ~Mounted() override { event("dropped " + path_); }
+
+ private:
+  std::string path_;
 };
 
 class Service final : public KitShoal::MountService {

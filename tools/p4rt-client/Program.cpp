@@ -1,0 +1,125 @@
+#include "tools/p4rt-client/Program.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iostream>
+
+#include "tools/common/Exit.h"
+
+namespace P4Client {
+namespace {
+
+using Tools::ExitCode;
+using Tools::Failure;
+
+// A next hop that can be told from the others: its own port and MAC.
+std::string valueOf(const std::string& param, uint32_t id) {
+  constexpr uint64_t localMac = 0x020000000000;
+  if (param == "egress_port") return byteString(1 + id % 64);
+  if (param == "src_mac") return byteString(localMac + 1);
+  if (param == "dst_mac") return byteString(localMac + 0x10000 + id);
+  if (param == "vlan_tagged") return byteString(1);
+  if (param == "vlan_id") return byteString(1 + id % 4094);
+  return byteString(0);
+}
+
+}  // namespace
+
+p4::v1::Entity& Batches::next(p4::v1::Update::Type type) {
+  if (request_ && static_cast<uint32_t>(request_->updates_size()) >= size_) flush();
+  if (!request_) request_ = client_.newWrite();
+  auto& update = *request_->add_updates();
+  update.set_type(type);
+  return *update.mutable_entity();
+}
+
+void Batches::flush() {
+  if (!request_) return;
+  for (const p4::v1::Error& result : client_.write(*request_)) {
+    if (result.canonical_code() == grpc::StatusCode::OK) {
+      ++tally_.applied;
+    } else {
+      if (tally_.failed++ == 0) tally_.firstFailure = result.message();
+    }
+  }
+  request_.reset();
+}
+
+void programMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches) {
+  const auto& profile = catalog.profile("ecmp");
+  const auto& action = catalog.action("set_nexthop");
+  for (uint32_t id = 1; id <= settings.members; ++id) {
+    auto& member = *batches.next(p4::v1::Update::INSERT).mutable_action_profile_member();
+    member.set_action_profile_id(profile.preamble().id());
+    member.set_member_id(id);
+    for (const auto& param : action.params()) {
+      Catalog::argument(action, param.name(), valueOf(param.name(), id), *member.mutable_action());
+    }
+  }
+  batches.flush();
+  if (settings.group == 0) return;
+  auto& group = *batches.next(p4::v1::Update::INSERT).mutable_action_profile_group();
+  group.set_action_profile_id(profile.preamble().id());
+  group.set_group_id(settings.group);
+  for (uint32_t id = 1; id <= settings.members; ++id) {
+    auto& member = *group.add_members();
+    member.set_member_id(id);
+    member.set_weight(1);
+  }
+  batches.flush();
+}
+
+void deleteMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches) {
+  const uint32_t profile = catalog.profile("ecmp").preamble().id();
+  if (settings.group != 0) {
+    auto& group = *batches.next(p4::v1::Update::DELETE).mutable_action_profile_group();
+    group.set_action_profile_id(profile);
+    group.set_group_id(settings.group);
+    batches.flush();
+  }
+  for (uint32_t id = 1; id <= settings.members; ++id) {
+    auto& member = *batches.next(p4::v1::Update::DELETE).mutable_action_profile_member();
+    member.set_action_profile_id(profile);
+    member.set_member_id(id);
+  }
+  batches.flush();
+}
+
+void putRoute(const Catalog& catalog, const RouteSettings& settings,
+              const Wire::IpGenPrefix& prefix, uint64_t number, p4::v1::TableEntry& entry) {
+  const bool vrf = settings.kind == "vrf";
+  const auto& table = catalog.table(
+      fmt::format("{}_{}", prefix.family == Wire::AddressFamily::ipv4 ? "ipv4" : "ipv6",
+                  vrf ? "vrf_prefix" : settings.kind));
+  entry.set_table_id(table.preamble().id());
+  if (vrf) Catalog::match(table, "vrf_id", settings.vrf, entry);
+  Catalog::match(table, vrf ? "prefix" : "destination_prefix", prefix, entry);
+  if (settings.group != 0) {
+    entry.mutable_action()->set_action_profile_group_id(settings.group);
+  } else {
+    entry.mutable_action()->set_action_profile_member_id(1 + number % settings.members);
+  }
+}
+
+std::vector<Wire::IpGenPrefix> readPrefixes(const std::string& file) {
+  std::ifstream opened;
+  if (file != "-") opened.open(file);
+  std::istream& in = file == "-" ? std::cin : opened;
+  if (!in) throw Failure(ExitCode::absent, file + ": cannot be read");
+  std::vector<Wire::IpGenPrefix> prefixes;
+  std::string line;
+  for (uint64_t number = 1; std::getline(in, line); ++number) {
+    if (line.empty() || line.front() == '#') continue;
+    const auto prefix = Wire::IpGenPrefix::parse(line);
+    if (!prefix) {
+      throw Failure(ExitCode::usage, fmt::format("{}: line {}: expected a prefix such as "
+                                                 "10.0.0.0/8, found \"{}\"",
+                                                 file, number, line));
+    }
+    prefixes.push_back(*prefix);
+  }
+  return prefixes;
+}
+
+}  // namespace P4Client

@@ -1,0 +1,55 @@
+// Programs next hops, groups and routes as a controller does: by the names of the pipeline, in
+// batches.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/p4rt-client/Catalog.h"
+#include "tools/p4rt-client/Client.h"
+
+namespace P4Client {
+
+// Where routes go and where they lead.
+struct RouteSettings {
+  std::string kind = "override";  // or "fallback", or "vrf"
+  uint32_t vrf = 1;
+  uint32_t members = 8;  // next hops, with ids from 1 on; route i leads to member 1 + i % members
+  uint32_t group = 0;    // if not 0: every route leads to this group of all members
+};
+
+struct Tally {
+  uint64_t applied = 0;
+  uint64_t failed = 0;
+  std::string firstFailure;
+};
+
+// One batch after the other.
+class Batches {
+ public:
+  Batches(Client& client, uint32_t size) : client_(client), size_(size) {}
+  p4::v1::Entity& next(p4::v1::Update::Type type);
+  void flush();
+  const Tally& tally() const { return tally_; }
+
+ private:
+  Client& client_;
+  uint32_t size_;
+  std::optional<p4::v1::WriteRequest> request_;
+  Tally tally_;
+};
+
+// Members that are there already are left as they are.
+void programMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches);
+void deleteMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches);
+void putRoute(const Catalog& catalog, const RouteSettings& settings,
+              const Wire::IpGenPrefix& prefix, uint64_t number, p4::v1::TableEntry& entry);
+
+// One prefix a line, "-" is standard input; blank lines and those that begin with '#' are skipped.
+// Throws Tools::Failure for a line that is no prefix.
+std::vector<Wire::IpGenPrefix> readPrefixes(const std::string& file);
+
+}  // namespace P4Client

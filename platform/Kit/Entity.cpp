@@ -32,7 +32,8 @@ Ptr<Entity> Dir::createEntity(const Name& name, const String& typeName) {
 
 void Dir::entityIs(const Ptr<Entity>& entity) {
   Guard::standardAssert(static_cast<bool>(entity), "entity");
-  const Ptr<Entity> held = entity;  // the caller's handle may be the old directory's own
+  // The caller's handle may be the old directory's own.
+  const Ptr<Entity> held = entity;  // NOLINT(performance-unnecessary-copy-initialization)
   if (held->parent_) held->parent_->entityDel(held->name());
   entityDel(held->name());
   entities_.emplace(held->name(), held);

@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr RouteSettings settings{.kind = "override", .vrf = 1, .members = 8, .group = 0};
+const RouteSettings settings;
 
 // Distinct /32 routes in an address block of their own.
 Wire::IpGenPrefix routeOf(uint64_t number) {

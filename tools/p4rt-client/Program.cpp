@@ -4,6 +4,10 @@
 
 #include <fstream>
 #include <iostream>
+#include <map>
+#include <ranges>
+#include <set>
+#include <unordered_map>
 
 #include "tools/common/Exit.h"
 
@@ -22,6 +26,19 @@ std::string valueOf(const std::string& param, uint32_t id) {
   if (param == "vlan_tagged") return byteString(1);
   if (param == "vlan_id") return byteString(1 + id % 4094);
   return byteString(0);
+}
+
+auto memberIds(const RouteSettings& settings) {
+  return std::views::iota(settings.firstMember, settings.firstMember + settings.members);
+}
+
+// Equal for entries of one key, however their match fields are ordered.
+std::string keyOf(const p4::v1::TableEntry& entry) {
+  std::map<uint32_t, std::string> fields;
+  for (const auto& match : entry.match()) fields[match.field_id()] = match.SerializeAsString();
+  std::string key = std::to_string(entry.table_id());
+  for (const auto& [id, field] : fields) key += field;
+  return key;
 }
 
 }  // namespace
@@ -49,7 +66,7 @@ void Batches::flush() {
 void programMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches) {
   const auto& profile = catalog.profile("ecmp");
   const auto& action = catalog.action("set_nexthop");
-  for (uint32_t id = 1; id <= settings.members; ++id) {
+  for (uint32_t id : memberIds(settings)) {
     auto& member = *batches.next(p4::v1::Update::INSERT).mutable_action_profile_member();
     member.set_action_profile_id(profile.preamble().id());
     member.set_member_id(id);
@@ -62,7 +79,7 @@ void programMembers(const Catalog& catalog, const RouteSettings& settings, Batch
   auto& group = *batches.next(p4::v1::Update::INSERT).mutable_action_profile_group();
   group.set_action_profile_id(profile.preamble().id());
   group.set_group_id(settings.group);
-  for (uint32_t id = 1; id <= settings.members; ++id) {
+  for (uint32_t id : memberIds(settings)) {
     auto& member = *group.add_members();
     member.set_member_id(id);
     member.set_weight(1);
@@ -78,7 +95,7 @@ void deleteMembers(const Catalog& catalog, const RouteSettings& settings, Batche
     group.set_group_id(settings.group);
     batches.flush();
   }
-  for (uint32_t id = 1; id <= settings.members; ++id) {
+  for (uint32_t id : memberIds(settings)) {
     auto& member = *batches.next(p4::v1::Update::DELETE).mutable_action_profile_member();
     member.set_action_profile_id(profile);
     member.set_member_id(id);
@@ -98,8 +115,41 @@ void putRoute(const Catalog& catalog, const RouteSettings& settings,
   if (settings.group != 0) {
     entry.mutable_action()->set_action_profile_group_id(settings.group);
   } else {
-    entry.mutable_action()->set_action_profile_member_id(1 + number % settings.members);
+    entry.mutable_action()->set_action_profile_member_id(settings.firstMember +
+                                                         number % settings.members);
   }
+}
+
+Tally verifyRoutes(Client& client, const Catalog& catalog, const RouteSettings& settings,
+                   const std::vector<Wire::IpGenPrefix>& prefixes) {
+  std::unordered_map<std::string, std::string> expected;  // key to action
+  std::set<uint32_t> tables;
+  for (size_t i = 0; i < prefixes.size(); ++i) {
+    p4::v1::TableEntry entry;
+    putRoute(catalog, settings, prefixes[i], i, entry);
+    tables.insert(entry.table_id());
+    expected[keyOf(entry)] = entry.action().SerializeAsString();
+  }
+  auto query = client.newRead();
+  for (const uint32_t table : tables) {
+    query.add_entities()->mutable_table_entry()->set_table_id(table);
+  }
+  Tally tally;
+  client.read(query, [&](const p4::v1::ReadResponse& answer) {
+    for (const auto& entity : answer.entities()) {
+      const auto found = expected.find(keyOf(entity.table_entry()));
+      if (found == expected.end()) continue;
+      if (found->second == entity.table_entry().action().SerializeAsString()) {
+        ++tally.applied;
+      } else if (tally.failed++ == 0) {
+        tally.firstFailure = "found " + entity.ShortDebugString();
+      }
+      expected.erase(found);
+    }
+  });
+  if (!expected.empty() && tally.failed == 0) tally.firstFailure = "routes are absent";
+  tally.failed += expected.size();
+  return tally;
 }
 
 std::vector<Wire::IpGenPrefix> readPrefixes(const std::string& file) {

@@ -17,8 +17,9 @@ namespace P4Client {
 struct RouteSettings {
   std::string kind = "override";  // or "fallback", or "vrf"
   uint32_t vrf = 1;
-  uint32_t members = 8;  // next hops, with ids from 1 on; route i leads to member 1 + i % members
-  uint32_t group = 0;    // if not 0: every route leads to this group of all members
+  uint32_t firstMember = 1;  // ids of the next hops; route i leads to firstMember + i % members
+  uint32_t members = 8;
+  uint32_t group = 0;  // if not 0: every route leads to this group of all members
 };
 
 struct Tally {
@@ -42,11 +43,15 @@ class Batches {
   Tally tally_;
 };
 
-// Members that are there already are left as they are.
 void programMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches);
 void deleteMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches);
 void putRoute(const Catalog& catalog, const RouteSettings& settings,
               const Wire::IpGenPrefix& prefix, uint64_t number, p4::v1::TableEntry& entry);
+
+// Reads the tables that the routes are in and counts the routes that are there as programmed; the
+// text names the first that is not, if any.
+Tally verifyRoutes(Client& client, const Catalog& catalog, const RouteSettings& settings,
+                   const std::vector<Wire::IpGenPrefix>& prefixes);
 
 // One prefix a line, "-" is standard input; blank lines and those that begin with '#' are skipped.
 // Throws Tools::Failure for a line that is no prefix.

@@ -50,7 +50,10 @@ void addRouteOptions(CLI::App& app, RouteSettings& settings, std::string& prefix
       ->capture_default_str();
   app.add_option("--vrf", settings.vrf, "Routing instance, with --table vrf")
       ->capture_default_str();
-  app.add_option("--members", settings.members, "Next hops; their ids are 1 to this")
+  app.add_option("--first-member", settings.firstMember, "Id of the first next hop")
+      ->check(CLI::Range(1u, 1000000000u))
+      ->capture_default_str();
+  app.add_option("--members", settings.members, "Next hops, with ids one after the other")
       ->check(CLI::Range(1u, 65536u))
       ->capture_default_str();
   app.add_option("--group", settings.group, "Lead every route to this group of all next hops");
@@ -59,16 +62,15 @@ void addRouteOptions(CLI::App& app, RouteSettings& settings, std::string& prefix
       ->capture_default_str();
 }
 
-void report(const Batches& batches, const Tools::OutputOptions& options) {
+void report(const Tally& tally, const Tools::OutputOptions& options) {
   Tools::Output out;
-  Tools::RecordWriter records(out, options, {Tools::number("applied"), Tools::number("failed")});
-  records << batches.tally().applied << batches.tally().failed;
+  Tools::RecordWriter records(out, options, {Tools::number("done"), Tools::number("failed")});
+  records << tally.applied << tally.failed;
   records.endRecord();
   records.finish();
-  if (batches.tally().failed != 0) {
+  if (tally.failed != 0) {
     throw Tools::Failure(Tools::ExitCode::failed,
-                         fmt::format("{} updates failed; the first: {}", batches.tally().failed,
-                                     batches.tally().firstFailure));
+                         fmt::format("{} failed; the first: {}", tally.failed, tally.firstFailure));
   }
 }
 
@@ -84,7 +86,7 @@ void program(Client& client, const RouteSettings& settings, const std::string& f
              *batches.next(p4::v1::Update::INSERT).mutable_table_entry());
   }
   batches.flush();
-  report(batches, options);
+  report(batches.tally(), options);
 }
 
 void erase(Client& client, const RouteSettings& settings, const std::string& file, uint32_t batch,
@@ -99,7 +101,14 @@ void erase(Client& client, const RouteSettings& settings, const std::string& fil
   }
   batches.flush();
   deleteMembers(catalog, settings, batches);
-  report(batches, options);
+  report(batches.tally(), options);
+}
+
+void verify(Client& client, const RouteSettings& settings, const std::string& file,
+            const Tools::OutputOptions& options) {
+  const auto prefixes = readPrefixes(file);
+  const Catalog catalog(client.pipeline().p4info());
+  report(verifyRoutes(client, catalog, settings, prefixes), options);
 }
 
 void read(Client& client, const std::string& table, bool count) {
@@ -143,6 +152,8 @@ void run(int argc, char** argv) {
   addRouteOptions(programming, settings, prefixes, batch);
   CLI::App& erasing = line.command("delete", "Delete what program has inserted");
   addRouteOptions(erasing, settings, prefixes, batch);
+  CLI::App& verifying = line.command("verify", "Check that what program has inserted is there");
+  addRouteOptions(verifying, settings, prefixes, batch);
   CLI::App& reading = line.command("read", "Print entities as JSON, one a line");
   reading.add_option("TABLE", table, "Only the entries of this table");
   reading.add_flag("--count", count, "Print only how many there are");
@@ -162,6 +173,7 @@ void run(int argc, char** argv) {
   Client client(options);
   if (programming) return program(client, settings, prefixes, batch, line.output());
   if (erasing) return erase(client, settings, prefixes, batch, line.output());
+  if (verifying) return verify(client, settings, prefixes, line.output());
   if (reading) return read(client, table, count);
   Tools::Output out;
   if (capabilities) out.write(client.apiVersion() + "\n");

@@ -265,6 +265,9 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
 
   TableAdapter(Kit::Ptr<Table> table, std::shared_ptr<Vane::VaneDB> db, Vane::VaTableOps* ops,
                bool allowModifiers);
+  // The reactor of a copy would tell the adapter that it was copied from.
+  TableAdapter(const TableAdapter&) = delete;
+  TableAdapter& operator=(const TableAdapter&) = delete;
 
   const Map& map() const { return mapOf<T>(table_); }
 

@@ -1,0 +1,80 @@
+// The P4Runtime service: checks who may call what, keeps the clients' streams, and leaves the rest
+// to the target.
+//
+// What is looked at before a call's work, in this order:
+//
+//   Capabilities                  the device, unless it is 0
+//   GetForwardingPipelineConfig   the device
+//   SetForwardingPipelineConfig   the device; role and election id are the primary's
+//   Read                          the device; there is a pipeline
+//   Write                         the device; role and election id are the primary's; there is a
+//                                 pipeline
+//
+// Another device is NOT_FOUND, a caller who is not the primary PERMISSION_DENIED, a missing
+// pipeline FAILED_PRECONDITION. There is no packet I/O.
+#pragma once
+
+#include <mutex>
+#include <set>
+
+#include "agent/p4/Arbitration.h"
+#include "agent/p4/Target.h"
+#include "agent/rpc/Calls.h"
+#include "agent/rpc/Outbox.h"
+#include "agent/rpc/Server.h"
+#include "p4/v1/p4runtime.grpc.pb.h"
+
+namespace Agent::P4 {
+
+class P4RuntimeService final : public p4::v1::P4Runtime::Service, public Rpc::Stoppable {
+ public:
+  // Notices that a stream's client may leave unread.
+  static constexpr size_t unreadNotices = 256;
+  static constexpr const char* apiVersion = "1.5.0";
+
+  P4RuntimeService(Target& target, Rpc::Calls& calls, Arbitration::Limits limits)
+      : target_(target), calls_(calls), deviceId_(limits.deviceId), arbitration_(limits) {}
+
+  // Ends the open streams, and new ones as they come, with UNAVAILABLE.
+  void stop() override;
+
+  grpc::Status Capabilities(grpc::ServerContext* context,
+                            const p4::v1::CapabilitiesRequest* request,
+                            p4::v1::CapabilitiesResponse* response) override;
+  grpc::Status GetForwardingPipelineConfig(
+      grpc::ServerContext* context, const p4::v1::GetForwardingPipelineConfigRequest* request,
+      p4::v1::GetForwardingPipelineConfigResponse* response) override;
+  grpc::Status SetForwardingPipelineConfig(
+      grpc::ServerContext* context, const p4::v1::SetForwardingPipelineConfigRequest* request,
+      p4::v1::SetForwardingPipelineConfigResponse* response) override;
+  grpc::Status Write(grpc::ServerContext* context, const p4::v1::WriteRequest* request,
+                     p4::v1::WriteResponse* response) override;
+  grpc::Status Read(grpc::ServerContext* context, const p4::v1::ReadRequest* request,
+                    grpc::ServerWriter<p4::v1::ReadResponse>* writer) override;
+  using Stream =
+      grpc::ServerReaderWriter<p4::v1::StreamMessageResponse, p4::v1::StreamMessageRequest>;
+  grpc::Status StreamChannel(grpc::ServerContext* context, Stream* stream) override;
+
+ private:
+  using Outbox = Rpc::Outbox<p4::v1::StreamMessageResponse, p4::v1::StreamMessageRequest>;
+  class OpenStream;
+
+  template <class Work>
+  grpc::Status answer(grpc::ServerContext* context, const Work& work);
+  grpc::Status checkDevice(uint64_t deviceId) const;
+  template <class Request>
+  Arbitration::Admission admit(const Request& request);
+
+  Target& target_;
+  Rpc::Calls& calls_;
+  const uint64_t deviceId_;
+  Arbitration arbitration_;
+  std::mutex mutex_;  // guards what follows
+  std::set<Outbox*> streams_;
+  bool stopping_ = false;
+};
+
+// The status for a batch's results: OK, or UNKNOWN with one p4.v1.Error per result in its details.
+grpc::Status statusOf(Target::WriteResult result);
+
+}  // namespace Agent::P4

@@ -123,26 +123,40 @@ TEST(PluginLibrary, ThatRegistersNothingIsRefused) {
   EXPECT_EQ(P4Runtime::DefaultPluginLoader().source(), "");
 }
 
+// What is loaded stays: a child of this process loads it.
+void inAChild(auto body) {
+  EXPECT_EXIT(
+      {
+        body();
+        std::exit(testing::Test::HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 TEST(PluginLibrary, RegistersItsPlugInsWithItsPathAsTheirSource) {
-  const size_t before = P4Runtime::registeredPlugins().size();
-  loadPluginLibrary(TEST_PLUGIN_FILE);
-  ASSERT_EQ(P4Runtime::registeredPlugins().size(), before + 1);
-  const auto& plugin = P4Runtime::registeredPlugins().back();
-  EXPECT_EQ(plugin.name, "RoutingVane");
-  EXPECT_EQ(plugin.source, TEST_PLUGIN_FILE);
-  EXPECT_EQ(plugin.feature, "RoutingVane");
-  EXPECT_EQ(plugin.profile, "Routing");
-  EXPECT_TRUE(Kit::typeNode("P4RuntimeRouting::P4RuntimeRoutingVanePlugin"));
-  loadPluginLibrary(TEST_PLUGIN_FILE);
-  EXPECT_EQ(P4Runtime::registeredPlugins().size(), before + 1) << "it is loaded already";
+  inAChild([] {
+    const size_t before = P4Runtime::registeredPlugins().size();
+    loadPluginLibrary(TEST_PLUGIN_FILE);
+    ASSERT_EQ(P4Runtime::registeredPlugins().size(), before + 1);
+    const auto& plugin = P4Runtime::registeredPlugins().back();
+    EXPECT_EQ(plugin.name, "RoutingVane");
+    EXPECT_EQ(plugin.source, TEST_PLUGIN_FILE);
+    EXPECT_EQ(plugin.feature, "RoutingVane");
+    EXPECT_EQ(plugin.profile, "Routing");
+    EXPECT_TRUE(Kit::typeNode("P4RuntimeRouting::P4RuntimeRoutingVanePlugin"));
+    loadPluginLibrary(TEST_PLUGIN_FILE);
+    EXPECT_EQ(P4Runtime::registeredPlugins().size(), before + 1) << "it is loaded already";
+  });
 }
 
 TEST(PluginLibrary, ThatTheProcessHasAlreadyIsTakenAsItIs) {
-  ASSERT_TRUE(dlopen(TEST_PLUGIN_FILE, RTLD_NOW)) << dlerror();
-  const size_t before = P4Runtime::registeredPlugins().size();
-  EXPECT_EQ(P4Runtime::registeredPlugins().back().name, "RoutingVane");
-  EXPECT_EQ(loadFailure(TEST_PLUGIN_FILE), "no failure");
-  EXPECT_EQ(P4Runtime::registeredPlugins().size(), before);
+  inAChild([] {
+    ASSERT_TRUE(dlopen(TEST_PLUGIN_FILE, RTLD_NOW)) << dlerror();
+    const size_t before = P4Runtime::registeredPlugins().size();
+    EXPECT_EQ(P4Runtime::registeredPlugins().back().name, "RoutingVane");
+    EXPECT_EQ(loadFailure(TEST_PLUGIN_FILE), "no failure");
+    EXPECT_EQ(P4Runtime::registeredPlugins().size(), before);
+  });
 }
 
 // At the end of a process with a running plug-in whose library came by dlopen.

@@ -37,7 +37,12 @@ class ExamplesFirst final : public CLI::Formatter {
     for (const auto& [command, says] : line_.examplesOf(*app)) {
       text += fmt::format("  {:<50}  {}\n", command, says);
     }
-    return text;
+    return text + "\n";
+  }
+
+  std::string make_footer(const CLI::App* app) const override {
+    if (app->get_parent() == nullptr) return CLI::Formatter::make_footer(app);
+    return fmt::format("\nOptions of all commands: {} --help\n", line_.about().name);
   }
 
  private:

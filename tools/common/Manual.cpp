@@ -83,8 +83,9 @@ class Page {
   void addCommand(const CLI::App& command) {
     std::string form = "\\fB" + plain(command.get_name()) + "\\fR";
     for (const CLI::Option* value : CommandLine::positionalsOf(command)) {
-      form += " \\fI" + plain(value->get_name(true)) + "\\fR";
-      if (value->get_items_expected_max() > 1) form += "...";
+      const bool many = value->get_items_expected_max() > 1;
+      const std::string name = "\\fI" + plain(value->get_name(true)) + "\\fR" + (many ? "..." : "");
+      form += value->get_required() ? " " + name : " [" + name + "]";
     }
     add(".SS {}\n{}.\n", form, plain(command.get_description()));
     for (const CLI::Option* value : CommandLine::positionalsOf(command)) {

@@ -1,12 +1,12 @@
-// The tables below a root, by path and by the name that the row database gives them.
+// The tables below a root: by path, by the last part of it, and by the name that the row database
+// gives them.
 #pragma once
 
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/Shoal/TableStore.h"
+#include "tools/common/Exit.h"
 
 namespace ShoalCtl {
 
@@ -20,8 +20,7 @@ std::string rowDatabaseName(const std::string& path);
 // name. Throws Failure with the nearest name for an unknown one.
 std::string findTable(const std::filesystem::path& root, const std::string& text);
 
-// Attaches to a table for reading; a refusal becomes the Failure with its own exit status.
-std::shared_ptr<Shoal::TableStore> attach(const std::filesystem::path& root,
-                                          const std::string& path);
+// Why a file or directory that is there, or is not, cannot be used.
+Tools::ExitCode refusal(const std::filesystem::path& file);
 
 }  // namespace ShoalCtl

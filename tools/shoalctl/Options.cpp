@@ -1,42 +1,172 @@
 #include "tools/shoalctl/Options.h"
 
-#include <CLI/CLI.hpp>
+#include <utility>
 
 #include "platform/Shoal/SharedTable.h"
-#include "tools/shoalctl/Failure.h"
+#include "tools/shoalctl/Commands.h"
 
 namespace ShoalCtl {
+namespace {
 
-ParsedOptions parseOptions(int argc, char** argv) {
-  ParsedOptions parsed;
-  Options& options = parsed.options;
-  options.root = Shoal::defaultRoot();
+using Tools::Words;
 
-  CLI::App app(
-      "Shows the switch's routing tables, straight from shared memory; the agent need not run.\n\n"
-      "  shoalctl tables\n"
-      "  shoalctl show VaneIpv4Override\n"
-      "  shoalctl show VaneIpv4Override 10.0.0.0/8\n"
-      "  shoalctl --json show ipv4VrfPrefixTable 5,10.0.0.0/8");
-  app.name("shoalctl");
-  app.require_subcommand(1);
-  app.fallthrough();
-  app.add_option("--root", options.root, "Directory of the shared tables")->capture_default_str();
-  app.add_flag("--json", options.json, "One JSON object a line");
-  app.add_subcommand("tables", "What each table is and holds");
-  CLI::App* show = app.add_subcommand("show", "The entries of a table, or the one of a key");
-  show->add_option("TABLE", options.table, "Name in the row database, or path")->required();
-  show->add_option("KEY", options.key,
-                   "A prefix; VRF,PREFIX; or the number of a member, group or encap");
+const Words tableNames = Words::from("shoalctl tables --format plain --no-headings --columns name");
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    parsed.exitStatus = app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::usage);
-    return parsed;
+// Declares the commands, and remembers which function serves each.
+class Declaration {
+ public:
+  Declaration(Tools::CommandLine& line, Options& options) : line_(line), options_(options) {
+    options_.root = Shoal::defaultRoot();
+    CLI::Option* root = line_.app()
+                            .add_option("--root", options_.root, "Directory of the shared tables")
+                            ->type_name("DIR");
+    line_.complete(root, Words::directories());
+    tables();
+    show();
+    lookup();
+    watch();
+    check();
   }
-  options.command = *show ? Options::Command::show : Options::Command::tables;
-  return parsed;
+
+  Command chosen() const {
+    for (const auto& [app, command] : commands_) {
+      if (*app) return command;
+    }
+    return nullptr;
+  }
+
+ private:
+  CLI::App& add(const char* name, const char* says, Command command,
+                std::vector<Tools::Example> examples = {}) {
+    CLI::App& app = line_.command(name, says, std::move(examples));
+    commands_.emplace_back(&app, command);
+    return app;
+  }
+  void addTable(CLI::App& app) {
+    line_.complete(app.add_option("TABLE", options_.table,
+                                  "A name as in the row database, a path, or the last part of one")
+                       ->required(),
+                   tableNames);
+  }
+  CLI::Option* addTables(CLI::App& app) {
+    CLI::Option* option = app.add_option("TABLE", options_.tables, "Tables; without any, all");
+    line_.complete(option, tableNames);
+    return option;
+  }
+
+  void tables() {
+    add("tables", "What each table is, and how full", &listTables);
+    add("summary", "What the entries of each table are, counted", &summarize);
+  }
+
+  void show() {
+    Filter& filter = options_.filter;
+    CLI::App& show = add("show", "The entries of a table as they are read", &showEntries,
+                         {{"shoalctl show VaneIpv4Override --prefix 10.0.0.0/8 --longer",
+                           "10.0.0.0/8 and all inside"},
+                          {"shoalctl show VaneIpv4VrfPrefix --vrf 5 --limit 10", "ten routes"}});
+    addTable(show);
+    show.add_option("KEY", options_.key,
+                    "Only the entry of this key: a prefix; VRF,PREFIX; or the number of a member, "
+                    "group or encap");
+    CLI::Option* prefix =
+        show.add_option("--prefix", filter.prefix, "Only this prefix")->type_name("P");
+    show.add_flag("--longer", filter.longer, "Also the prefixes inside it")->needs(prefix);
+    show.add_option("--vrf", filter.vrf, "Only routes of this routing instance")->type_name("N");
+    show.add_option("--type", filter.type,
+                    "Only routes with this type of destination: 1 is a member, 2 a group")
+        ->type_name("N");
+    show.add_option("--limit", filter.limit, "At most so many entries")->type_name("N");
+    show.add_option("--after", filter.after, "Begin behind the entry of this key")
+        ->type_name("KEY");
+
+    CLI::App& get = add("get", "The entry of a key", &getEntry,
+                        {{"shoalctl get VaneIpv4VrfPrefix 5,10.0.0.0/8", "one route"}});
+    addTable(get);
+    get.add_option("KEY", options_.key,
+                   "A prefix; VRF,PREFIX; or the number of a member, group or encap")
+        ->required();
+  }
+
+  void lookup() {
+    CLI::App& lookup =
+        add("lookup", "Where packets to an address go: longest match, group, members, encaps",
+            &lookUp, {{"shoalctl lookup 2001:db8::1 --vrf 5", "also in routing instance 5"}});
+    lookup.add_option("ADDRESS", options_.address, "An IPv4 or IPv6 address")->required();
+    lookup
+        .add_option("--vrf", options_.filter.vrf,
+                    "Look into this routing instance, between the override and the fallback table")
+        ->type_name("N");
+  }
+
+  void watch() {
+    WatchOptions& watch = options_.watch;
+    CLI::App& app =
+        add("watch", "Changes of tables as they happen", &watchChanges,
+            {{"shoalctl watch VaneEcmpGroup --snapshot --json", "its entries, then every change"}});
+    addTables(app);
+    app.add_option("--since", watch.since, "Begin behind the change of this number; 0: the first")
+        ->type_name("N");
+    app.add_option("--limit", watch.limit, "End after so many changes")->type_name("N");
+    app.add_flag("--snapshot", watch.snapshot,
+                 "Show the entries first, and again after every resync");
+    app.add_flag("--needs-writer", watch.needsWriter,
+                 "End with status 8 when a table has no writer");
+  }
+
+  void check() {
+    addTables(
+        add("check", "Whether the tables are sound, and lead to what is there", &checkTables));
+    addTables(add("dump", "Every row, as p4rt-agent --load reads it", &dumpTables,
+                  {{"shoalctl dump | p4rt-agent --load - --shoal-root DIR", "a copy"}}));
+  }
+
+  Tools::CommandLine& line_;
+  Options& options_;
+  std::vector<std::pair<CLI::App*, Command>> commands_;
+};
+
+}  // namespace
+
+Command parseOptions(Tools::CommandLine& line, Options& options, int argc, char** argv) {
+  const Declaration declared(line, options);
+  if (!line.parse(argc, argv)) return nullptr;
+  options.output = line.output();
+  return declared.chosen();
+}
+
+Tools::About about() {
+  return {
+      .name = "shoalctl",
+      .says = "Shows the switch's routing tables, straight from shared memory",
+      .examples = {{"shoalctl tables", "what there is"},
+                   {"shoalctl show VaneIpv4Override | head", "its first routes"},
+                   {"shoalctl lookup 192.0.2.1 --vrf 5", "where packets to an address go"},
+                   {"shoalctl watch --json", "every change of every table"},
+                   {"shoalctl check", "whether all is well"}},
+      .chapters = {{"tables",
+                    {"The tables are files below one directory: that of --root, else of "
+                     "$SHOAL_ROOT, else /dev/shm/shoal-UID. They are read without the agent, which "
+                     "need not run, and without any lock: reading never holds up the writer.",
+                     "A table is called by its name in the row database, such as "
+                     "VaneIpv4Override, by its path, or by the last part of that, "
+                     "ipv4OverrideTable."}},
+                   {"output",
+                    {"Records go to standard output, everything else to standard error. In a "
+                     "table, columns are aligned; in plain form, a tab stands between two values, "
+                     "and a backslash, tab, line break or other control character inside a value "
+                     "is written as in C. CSV is that of RFC 4180. JSON is one object a line, with "
+                     "every column of the row under its own name and type."}},
+                   {"watching",
+                    {"A record of watch is of one kind: set or removed, a change, with its number, "
+                     "the key, and the row as it is now, which is empty if the entry has gone "
+                     "since; entry, an entry of the snapshot; writer or noWriter, whether there is "
+                     "a process that may change the table, told at the beginning and whenever that "
+                     "changes; resync, changes have been missed: forget the table and read it "
+                     "afresh, or let --snapshot do it; gone, the table has been removed: watching "
+                     "goes on, and ends with a resync when there is a new one."}}},
+      .seeAlso = {"p4rt-agent"},
+  };
 }
 
 }  // namespace ShoalCtl

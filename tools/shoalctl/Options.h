@@ -1,28 +1,52 @@
 // The tool's command line.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "tools/common/CommandLine.h"
+#include "tools/common/Output.h"
 
 namespace ShoalCtl {
 
-struct Options {
-  enum class Command { tables, show };
+// Which entries `show` shows.
+struct Filter {
+  std::optional<std::string> prefix;
+  bool longer = false;  // also the prefixes inside it
+  std::optional<uint32_t> vrf;
+  std::optional<int32_t> type;  // of the destination
+  std::optional<uint64_t> limit;
+  std::optional<std::string> after;  // a key
+};
 
-  Command command = Command::tables;
+struct WatchOptions {
+  std::optional<uint64_t> since;  // a change; none: from now on
+  std::optional<uint64_t> limit;  // changes
+  bool snapshot = false;
+  bool needsWriter = false;
+};
+
+struct Options {
   std::filesystem::path root;
-  bool json = false;
+  Tools::OutputOptions output;
+  std::vector<std::string> tables;  // none: all
   std::string table;
   std::optional<std::string> key;
+  Filter filter;
+  std::string address;
+  WatchOptions watch;
 };
 
-// The options of a command line, or the exit status with which to end at once, with everything
-// said.
-struct ParsedOptions {
-  Options options;
-  std::optional<int> exitStatus;
-};
-ParsedOptions parseOptions(int argc, char** argv);
+// A command: writes what was asked for. Throws Failure.
+using Command = void (*)(const Options& options, Tools::Output& out);
+
+// The command that the line asks for, and its options; null if there is nothing left to do.
+Command parseOptions(Tools::CommandLine& line, Options& options, int argc, char** argv);
+
+// What the tool is, for its help and its manual.
+Tools::About about();
 
 }  // namespace ShoalCtl

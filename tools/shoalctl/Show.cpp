@@ -1,140 +1,143 @@
-#include "tools/shoalctl/Show.h"
-
+// shoalctl show, get and dump: rows as they are read, in slot order.
 #include <fmt/format.h>
 
-#include <charconv>
-#include <concepts>
-#include <cstdio>
+#include <algorithm>
+#include <limits>
 #include <memory>
-#include <optional>
-#include <string>
+#include <string_view>
 
-#include "platform/Shoal/SharedTable.h"
-#include "platform/Shoal/ShoalMap.h"
-#include "platform/Vane/VaneDB.h"
-#include "src-includes/P4RuntimeVane/P4RuntimeRoutingEcmpTypesVaneWrappers.h"
-#include "src-includes/P4RuntimeVane/P4RuntimeRoutingTypesVaneWrappers.h"
-#include "tools/shoalctl/Failure.h"
+#include "tools/common/Exit.h"
+#include "tools/shoalctl/Commands.h"
 #include "tools/shoalctl/Names.h"
+#include "tools/shoalctl/Table.h"
 
 namespace ShoalCtl {
 namespace {
 
-// A key as people write it.
-template <std::unsigned_integral T>
-std::optional<T> parseKey(const std::string& text, std::type_identity<T>) {
-  T value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return value;
+using Tools::ExitCode;
+using Tools::Failure;
+using Tools::RecordWriter;
+
+// Whether `inner` is `outer` or lies inside it.
+bool contains(const Wire::IpGenPrefix& outer, const Wire::IpGenPrefix& inner) {
+  if (inner.family != outer.family || inner.length < outer.length) return false;
+  const size_t whole = outer.length / 8;
+  const unsigned rest = outer.length % 8;
+  if (!std::equal(outer.bytes.begin(), outer.bytes.begin() + whole, inner.bytes.begin())) {
+    return false;
+  }
+  return rest == 0 || ((outer.bytes[whole] ^ inner.bytes[whole]) >> (8 - rest)) == 0;
 }
 
-std::optional<Wire::IpGenPrefix> parseKey(const std::string& text,
-                                          std::type_identity<Wire::IpGenPrefix>) {
-  return Wire::IpGenPrefix::parse(text);
-}
-
-std::optional<P4RuntimeRouting::IpVrfPrefixKey> parseKey(
-    const std::string& text, std::type_identity<P4RuntimeRouting::IpVrfPrefixKey>) {
-  const size_t comma = text.find(',');
-  if (comma == std::string::npos) return std::nullopt;
-  const auto vrf = parseKey(text.substr(0, comma), std::type_identity<uint32_t>{});
-  const auto prefix = Wire::IpGenPrefix::parse(text.substr(comma + 1));
-  if (!vrf || !prefix) return std::nullopt;
-  return P4RuntimeRouting::IpVrfPrefixKey{*vrf, *prefix};
-}
-
-template <class Key>
-constexpr const char* keyForm = "a number";
-template <>
-constexpr const char* keyForm<Wire::IpGenPrefix> = "a prefix such as 10.0.0.0/8";
-template <>
-constexpr const char* keyForm<P4RuntimeRouting::IpVrfPrefixKey> = "VRF,PREFIX such as 5,10.0.0.0/8";
-
-// Shows a table whose entries an adapter's traits describe; `State` names the entries' type.
-template <class Adapter, class State>
-class Shower {
+// Which entries of a table are wanted. Looks at entries, not at rows.
+class Wanted {
  public:
-  using Entry = typename Adapter::Entry;
-  using Key = typename Adapter::Key;
-
-  static bool serves(const Shoal::EntryLayout& layout) {
-    return layout.typeName == State::typeName && layout.entrySize == sizeof(Entry) &&
-           layout.keySize == sizeof(Key);
+  Wanted(const Table& table, const Filter& filter) : kind_(table.kind()), filter_(filter) {
+    const auto needs = [&](bool given, bool possible, const char* option, const char* what) {
+      if (!given || possible) return;
+      throw Failure(ExitCode::usage,
+                    fmt::format("{}: table {} has no {}", option, table.name(), what));
+    };
+    needs(filter.prefix.has_value(), kind_.isRoute(), "--prefix", "prefixes");
+    needs(filter.type.has_value(), kind_.isRoute(), "--type", "destinations");
+    needs(filter.vrf.has_value(), kind_.hasVrf(), "--vrf", "routing instances");
+    all_ = !filter.prefix && !filter.type && !filter.vrf;
+    if (filter.prefix) prefix_ = parsePrefix(*filter.prefix);
   }
 
-  static void show(const Options& options, std::shared_ptr<Shoal::TableStore> store) {
-    Shoal::ShoalMap<Key, Entry> map;
-    map.storeIs(std::move(store));
-    if (options.key) return showOne(options, map);
-    Shoal::IterHint hint;
-    Entry entry;
-    for (bool more = map.first(hint, entry); more;
-         more = map.next(entry.*Adapter::key, hint, entry)) {
-      print(options, entry);
-    }
+  bool operator()(Shoal::Bytes entry) const {
+    if (all_) return true;
+    const Route route = kind_.route(entry);
+    return (!filter_.type || route.to.type == *filter_.type) &&
+           (!filter_.vrf || route.vrf == *filter_.vrf) && (!filter_.prefix || isIn(route.prefix));
   }
 
  private:
-  static void showOne(const Options& options, const Shoal::ShoalMap<Key, Entry>& map) {
-    const auto key = parseKey(*options.key, std::type_identity<Key>{});
-    if (!key) {
-      throw Failure(ExitStatus::usage,
-                    fmt::format("key: expected {}, found \"{}\"", keyForm<Key>, *options.key));
-    }
-    bool found = false;
-    const Entry entry = map.safeLookup(*key, found);
-    if (!found) {
-      throw Failure(ExitStatus::absent,
-                    fmt::format("table {} has no key {}", options.table, *options.key));
-    }
-    print(options, entry);
+  static Wire::IpGenPrefix parsePrefix(const std::string& text) {
+    const auto prefix = Wire::IpGenPrefix::parse(text);
+    if (prefix) return *prefix;
+    throw Failure(
+        ExitCode::usage,
+        fmt::format("--prefix: expected a prefix such as 10.0.0.0/8, found \"{}\"", text));
+  }
+  bool isIn(const Wire::IpGenPrefix& prefix) const {
+    return filter_.longer ? contains(prefix_, prefix) : prefix == prefix_;
   }
 
-  static void print(const Options& options, const Entry& entry) {
-    typename Adapter::Row row;
-    Adapter::toRow(entry, row);
-    const std::string line = (options.json ? row.toJson() : row.toString()) + "\n";
-    std::fwrite(line.data(), 1, line.size(), stdout);
-  }
+  const Kind& kind_;
+  const Filter& filter_;
+  Wire::IpGenPrefix prefix_;
+  bool all_ = true;
 };
 
-// Shows the table with the first of the kinds that serves its layout; false if none does.
-template <class... Kinds>
-bool showAs(const Options& options, const std::shared_ptr<Shoal::TableStore>& store) {
-  const auto showIf = [&]<class Kind>(std::type_identity<Kind>) {
-    if (!Kind::serves(store->layout())) return false;
-    Kind::show(options, store);
-    return true;
-  };
-  return (showIf(std::type_identity<Kinds>{}) || ...);
+// The tables that others lead to come first, so that whoever loads them in this order never meets a
+// row that leads to nothing.
+int rank(const std::string& name) {
+  return name == "VaneEcmpMember" ? 0 : name == "VaneEcmpGroup" ? 1 : 2;
 }
 
-using namespace P4RuntimeRouting;
-
-bool showKnown(const Options& options, const std::shared_ptr<Shoal::TableStore>& store) {
-  return showAs<
-      Shower<IpDestinationTableVaneWrappers::IpDestinationTraits, IpDestinationTableTraits>,
-      Shower<IpVrfPrefixTableVaneWrappers::VrfPrefixDestinationTraits, IpVrfPrefixTableTraits>,
-      Shower<EcmpMemberVaneWrappers::NexthopInfoTraits, EcmpMemberTraits>,
-      Shower<EcmpGroupVaneWrappers::EcmpMemberListTraits, EcmpGroupTraits>,
-      Shower<NexthopGroup::L2NexthopGroupEncapTableVaneWrappers::L2NexthopGroupEncapTraits,
-             NexthopGroup::L2NexthopGroupEncapTableTraits>>(options, store);
+std::vector<Table> tablesInOrder(const Options& options) {
+  std::vector<Table> tables;
+  if (options.tables.empty()) {
+    for (const std::string& path : tablePaths(options.root))
+      tables.emplace_back(options.root, path);
+  } else {
+    for (const std::string& name : options.tables) tables.push_back(openTable(options.root, name));
+  }
+  std::ranges::stable_sort(tables, {}, [](const Table& table) { return rank(table.name()); });
+  return tables;
 }
 
 }  // namespace
 
-void showEntries(const Options& options) {
-  // Rows carry the id that a row database gives their type; this one is the tool's own.
-  Vane::VaneDB::currentIs(Vane::makeVaneDB());
-  const std::string path = findTable(options.root, options.table);
-  const auto store = attach(options.root, path);
-  if (!showKnown(options, store)) {
-    throw Failure(ExitStatus::refused,
-                  fmt::format("table {}: entries of type {} with {} bytes are not known here", path,
-                              store->layout().typeName, store->layout().entrySize));
+void showEntries(const Options& options, Tools::Output& out) {
+  if (options.key) return getEntry(options, out);
+  const Table table = openTable(options.root, options.table);
+  const Filter& filter = options.filter;
+  const Wanted wanted(table, filter);
+  std::optional<KeyBytes> after;
+  if (filter.after) after = table.kind().parseKey(*filter.after);
+  RecordWriter records(out, options.output, table.columns());
+  uint64_t left = filter.limit.value_or(std::numeric_limits<uint64_t>::max());
+  if (left != 0) {
+    table.walk(after, [&](Shoal::Bytes entry) {
+      table.needEntry(entry);
+      if (!wanted(entry)) return true;
+      table.kind().write(entry, records);
+      records.endRecord();
+      return --left != 0;
+    });
   }
+  records.finish();
+}
+
+void getEntry(const Options& options, Tools::Output& out) {
+  const Table table = openTable(options.root, options.table);
+  RecordWriter records(out, options.output, table.columns());
+  const auto entry = table.find(table.kind().parseKey(*options.key));
+  if (!entry) {
+    throw Failure(ExitCode::absent,
+                  fmt::format("table {} has no key {}", options.table, *options.key));
+  }
+  table.kind().write(*entry, records);
+  records.endRecord();
+  records.finish();
+}
+
+void dumpTables(const Options& options, Tools::Output& out) {
+  const auto tables = tablesInOrder(options);
+  Tools::OutputOptions output = options.output;
+  output.format = output.format.value_or(Tools::Format::json);
+  RecordWriter records(out, output, {Tools::text("table", 18), Tools::object("row")});
+  for (const Table& table : tables) {
+    table.walk(std::nullopt, [&](Shoal::Bytes entry) {
+      table.needEntry(entry);
+      records << table.name() << table.kind().json(entry);
+      records.endRecord();
+      return true;
+    });
+  }
+  records.finish();
 }
 
 }  // namespace ShoalCtl

@@ -1,60 +1,105 @@
-#include "tools/shoalctl/Tables.h"
-
+// shoalctl tables and shoalctl summary: a record for each table.
 #include <fmt/format.h>
 
-#include <cstdio>
-#include <nlohmann/json.hpp>
+#include <algorithm>
 #include <optional>
+#include <set>
 
 #include "platform/Shoal/SharedTable.h"
-#include "tools/shoalctl/Failure.h"
+#include "tools/common/Exit.h"
+#include "tools/shoalctl/Commands.h"
 #include "tools/shoalctl/Names.h"
+#include "tools/shoalctl/Table.h"
 
 namespace ShoalCtl {
 namespace {
 
-void showLine(const Shoal::TableStatus& table) {
-  fmt::print("{:<20} {:>9} {:>9} {:>12} {:>10} {:>8}  {}\n", rowDatabaseName(table.path),
-             table.entries, table.capacity, table.bytes, table.generation,
-             table.writerPid ? std::to_string(table.writerPid) : "none", table.path);
+using Tools::absent;
+using Tools::number;
+using Tools::RecordWriter;
+using Tools::text;
+
+// Shows every table with `show`; one that cannot be read does not keep the others from it.
+template <class Show>
+void forEachTable(const Options& options, RecordWriter& records, Show&& show) {
+  std::optional<Tools::Failure> failure;
+  for (const std::string& path : tablePaths(options.root)) {
+    try {
+      show(path);
+    } catch (const Tools::Failure& cause) {
+      Tools::complain("shoalctl", cause.what());
+      failure = Tools::Failure(cause.code(), "not every table could be read");
+    }
+  }
+  records.finish();
+  if (failure) throw *failure;
 }
 
-void showJson(const Shoal::TableStatus& table) {
-  const nlohmann::ordered_json line{
-      {"name", rowDatabaseName(table.path)},
-      {"path", table.path},
-      {"type", table.layout.typeName},
-      {"entries", table.entries},
-      {"capacity", table.capacity},
-      {"bytes", table.bytes},
-      {"generation", table.generation},
-      {"changes", table.changes},
-      {"writer",
-       table.writerPid ? nlohmann::ordered_json(table.writerPid) : nlohmann::ordered_json()},
-  };
-  fmt::print("{}\n", line.dump());
+// What the entries of a table come to.
+struct Summary {
+  uint64_t members = 0, groups = 0, others = 0;  // routes that lead to one
+  std::optional<unsigned> shortest, longest;     // prefixes, in bits
+  std::set<uint32_t> vrfs;
+
+  void add(const Route& route) {
+    const unsigned length = route.prefix.length;
+    shortest = std::min(shortest.value_or(length), length);
+    longest = std::max(longest.value_or(length), length);
+    if (route.vrf) vrfs.insert(*route.vrf);
+    ++(route.to.type == Reference::member  ? members
+       : route.to.type == Reference::group ? groups
+                                           : others);
+  }
+};
+
+void writeSummary(const Table& table, RecordWriter& records) {
+  const bool isRoute = table.kind().isRoute();
+  Summary summary;
+  uint64_t entries = 0;
+  table.walk(std::nullopt, [&](Shoal::Bytes entry) {
+    table.needEntry(entry);
+    ++entries;
+    if (isRoute) summary.add(table.kind().route(entry));
+    return true;
+  });
+  records << table.name() << entries
+          << fmt::format("{:.1f}%", 100.0 * static_cast<double>(entries) /
+                                        static_cast<double>(table.store()->capacity()));
+  if (!isRoute) {
+    records << absent << absent << absent << absent << absent << absent;
+  } else {
+    records << summary.members << summary.groups << summary.others << summary.shortest
+            << summary.longest;
+    table.kind().hasVrf() ? records << summary.vrfs.size() : records << absent;
+  }
+  records.endRecord();
 }
 
 }  // namespace
 
-void showTables(const Options& options) {
-  std::optional<Failure> failure;
-  const auto paths = tablePaths(options.root);
-  if (!options.json) {
-    fmt::print("{:<20} {:>9} {:>9} {:>12} {:>10} {:>8}  {}\n", "table", "entries", "capacity",
-               "bytes", "generation", "writer", "path");
-  }
-  for (const std::string& path : paths) {
-    try {
-      attach(options.root, path);  // says by its failure what is wrong, if anything is
-      const auto table = Shoal::tableStatus(options.root, path);
-      options.json ? showJson(table) : showLine(table);
-    } catch (const Failure& cause) {
-      fmt::print(stderr, "shoalctl: {}\n", cause.what());
-      failure = Failure(cause.status(), "not every table could be read");
-    }
-  }
-  if (failure) throw *failure;
+void listTables(const Options& options, Tools::Output& out) {
+  RecordWriter records(out, options.output,
+                       {text("name", 18), number("entries", 9), number("capacity", 9),
+                        number("bytes", 12), number("generation"), number("changes", 9),
+                        number("writer", 8), text("type", 38), text("path", 45)});
+  forEachTable(options, records, [&](const std::string& path) {
+    const auto table =
+        attaching(options.root, path, [&] { return Shoal::tableStatus(options.root, path); });
+    records << rowDatabaseName(path) << table.entries << table.capacity << table.bytes
+            << table.generation << table.changes;
+    table.writerPid != 0 ? records << table.writerPid : records << absent;
+    records << table.layout.typeName << path;
+    records.endRecord();
+  });
+}
+
+void summarize(const Options& options, Tools::Output& out) {
+  RecordWriter records(out, options.output,
+                       {text("name", 18), number("entries", 9), text("used", 6),
+                        number("toMember", 9), number("toGroup", 9), number("toOther", 9),
+                        number("shortest", 8), number("longest", 8), number("vrfs", 6)});
+  forEachTable(options, records,
+               [&](const std::string& path) { writeSummary(Table(options.root, path), records); });
 }
 
 }  // namespace ShoalCtl

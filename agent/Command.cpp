@@ -67,17 +67,19 @@ std::string described(Kind kind, uint64_t bits, std::string_view text) {
 class CommandParser::Handler : public nlohmann::json_sax<Json> {
  public:
   const Command& parse(std::string_view line) {
-    command_.op = Command::Op::set;
-    command_.table.clear();
-    command_.hasRow = false;
-    seen_ = {};
-    depth_ = 0;
-    inRow_ = inArray_ = false;
-    members_ = 0;
+    begin(0);
     Json::sax_parse(line.begin(), line.end(), this);
     command_.row = std::span(storage_).first(members_);
     check();
     return command_;
+  }
+
+  // As if everything but the row had been read.
+  std::span<const Command::Member> parseRow(std::string_view text) {
+    begin(1);
+    member_ = Member::row;
+    Json::sax_parse(text.begin(), text.end(), this);
+    return std::span(storage_).first(members_);
   }
 
   bool null() override { return value(Kind::null, 0); }
@@ -133,6 +135,16 @@ class CommandParser::Handler : public nlohmann::json_sax<Json> {
  private:
   enum class Member : uint8_t { table, op, id, row };
   static constexpr std::array<std::string_view, 4> memberNames{"table", "op", "id", "row"};
+
+  void begin(uint32_t depth) {
+    command_.op = Command::Op::set;
+    command_.table.clear();
+    command_.hasRow = false;
+    seen_ = {};
+    depth_ = depth;
+    inRow_ = inArray_ = false;
+    members_ = 0;
+  }
 
   void memberIs(const std::string& name) {
     const auto found = std::ranges::find(memberNames, name);
@@ -237,5 +249,8 @@ CommandParser::CommandParser() : handler_(std::make_unique<Handler>()) {}
 CommandParser::~CommandParser() = default;
 
 const Command& CommandParser::parse(std::string_view line) { return handler_->parse(line); }
+std::span<const Command::Member> CommandParser::parseRow(std::string_view text) {
+  return handler_->parseRow(text);
+}
 
 }  // namespace Agent

@@ -66,6 +66,8 @@ class CommandParser {
   ~CommandParser();
   // The command of this line; valid until the next call. Throws BadLine.
   const Command& parse(std::string_view line);
+  // The members of a row that stands alone; likewise.
+  std::span<const Command::Member> parseRow(std::string_view text);
 
  private:
   class Handler;

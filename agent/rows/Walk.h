@@ -1,0 +1,33 @@
+// Reads a table in pieces, in its own order, from its begin or from behind a key.
+//
+// Between two pieces nothing is held but the last row's key, which may be removed meanwhile.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "agent/rows/Catalog.h"
+
+namespace Agent::Rows {
+
+class Walk {
+ public:
+  // `after`: a row with the key behind which to begin; null: from the begin.
+  Walk(const OfferedTable& table, Vane::BaseRow after);
+
+  // On the loop: makes `rows` the next ones, at most `limit`; false when they were the last. Throws
+  // CorruptionDetectedException when a whole table that nobody changed had fewer rows than it says.
+  bool step(size_t limit, std::vector<Vane::BaseRow>& rows);
+
+ private:
+  std::unique_ptr<Vane::VaRowIteratorImpl> position() const;
+  void checkCount() const;
+
+  const OfferedTable& table_;
+  Vane::BaseRow after_;
+  const bool whole_;
+  uint64_t begunAt_ = 0;  // change index
+  uint64_t visited_ = 0;
+};
+
+}  // namespace Agent::Rows

@@ -1,0 +1,313 @@
+#include "agent/p4/Forwarding.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent::P4 {
+namespace {
+
+using grpc::StatusCode;
+using Op = Update::Op;
+
+std::string called(const Role& role, const Vane::BaseRow& row) {
+  const EntityKey key = keyOf(role, row);
+  switch (role.kind) {
+    case Kind::member:
+      return fmt::format("member {}", key.id);
+    case Kind::group:
+      return fmt::format("group {}", key.id);
+    case Kind::encap:
+      return fmt::format("table \"{}\": encap {}", role.name, key.id);
+    case Kind::route:
+      break;
+  }
+  if (role.keys.size() == 1) return fmt::format("table \"{}\": {}", role.name, key.prefix.text());
+  return fmt::format("table \"{}\": VRF {}, {}", role.name, key.id, key.prefix.text());
+}
+
+bool isOneShot(const Role& role, const Vane::BaseRow& row) {
+  return role.kind == Kind::route && !row.isNull() && destinationOf(role, row).isOneShot();
+}
+
+}  // namespace
+
+void Forwarding::apply(Update& update, const Pipeline& pipeline) {
+  const size_t mark = store_.mark();
+  try {
+    switch (update.op) {
+      case Op::insert:
+        return insert(update, pipeline);
+      case Op::modify:
+        return modify(update, pipeline);
+      case Op::del:
+        break;
+    }
+    const Vane::BaseRow before = store_.row(*update.role, update.row);
+    if (before.isNull())
+      fail(StatusCode::NOT_FOUND, "{} is not there", called(*update.role, update.row));
+    remove(*update.role, before);
+  } catch (...) {
+    const Fault fault = currentFault();
+    if (store_.undo(mark)) throw fault;
+    throw Fault(StatusCode::DATA_LOSS,
+                std::string("this could not be taken back; it failed with: ") + fault.what());
+  }
+}
+
+void Forwarding::insert(Update& update, const Pipeline& pipeline) {
+  const Role& role = *update.role;
+  if (!store_.row(role, update.row).isNull()) {
+    fail(StatusCode::ALREADY_EXISTS, "{} is there already", called(role, update.row));
+  }
+  const uint64_t room = pipeline.part(role).size;
+  if (role.isTable() && store_.size(role) >= room) {
+    fail(StatusCode::RESOURCE_EXHAUSTED, "table \"{}\" is full: it has {} entries", role.name,
+         room);
+  }
+  static const Vane::BaseRow none;
+  needReferences(update);
+  needOneStyle(update, none);
+  needSlots(update, none, pipeline);
+  if (update.oneShot) putOneShot(update, pipeline);
+  put(role, update.row, none, std::move(update.side), pipeline);
+}
+
+void Forwarding::modify(Update& update, const Pipeline& pipeline) {
+  const Role& role = *update.role;
+  const Vane::BaseRow before = store_.row(role, update.row);
+  if (before.isNull()) fail(StatusCode::NOT_FOUND, "{} is not there", called(role, update.row));
+  if (update.keepsAction) {
+    keepAction(update, before);
+  } else {
+    needReferences(update);
+    needOneStyle(update, before);
+    needSlots(update, before, pipeline);
+    if (update.oneShot) putOneShot(update, pipeline);
+  }
+  needSameMaxSize(update, before);
+  put(role, update.row, before, std::move(update.side), pipeline);
+  if (isOneShot(role, before) && !update.keepsAction) removeOneShot(before, role);
+}
+
+void Forwarding::remove(const Role& role, const Vane::BaseRow& before) {
+  if (!role.isTable()) {
+    const uint32_t id = idOf(role, before);
+    const References& references = store_.references();
+    const uint64_t uses =
+        role.kind == Kind::member ? references.usesOfMember(id) : references.usesOfGroup(id);
+    if (uses != 0) {
+      fail(StatusCode::FAILED_PRECONDITION, "{} is in use: {} references", called(role, before),
+           uses);
+    }
+  }
+  store_.del(role, before);
+  if (isOneShot(role, before)) removeOneShot(before, role);
+}
+
+// Ids of ours are never there for clients.
+void Forwarding::needReferences(const Update& update) {
+  const Role& role = *update.role;
+  const auto need = [&](const Role& of, uint32_t id) {
+    if (isReservedId(id) || !store_.has(of, id)) {
+      fail(StatusCode::NOT_FOUND, "{}: {} {} is not there", called(role, update.row),
+           of.kind == Kind::member ? "member" : "group", id);
+    }
+  };
+  if (role.kind == Kind::group) {
+    uint32_t last = 0;
+    for (const uint32_t member : role.get(update.row, role.members)) {
+      if (member != last) need(roles_.member(), member);
+      last = member;
+    }
+  } else if (role.kind == Kind::route && !update.oneShot) {
+    const Destination to = destinationOf(role, update.row);
+    need(to.type == DestinationType::member ? roles_.member() : roles_.group(), to.id);
+  }
+}
+
+// The routes of all tables use the profile in one style or in the other; `before` does not count,
+// it goes.
+void Forwarding::needOneStyle(const Update& update, const Vane::BaseRow& before) {
+  const Role& role = *update.role;
+  if (role.kind != Kind::route) return;
+  const bool wasOneShot = isOneShot(role, before);
+  if (update.oneShot) {
+    const bool wasPlain = !before.isNull() && !wasOneShot &&
+                          destinationOf(role, before).type != DestinationType::none;
+    if (store_.references().plainRoutes() > (wasPlain ? 1 : 0)) {
+      invalid(
+          "{}: other entries use members or groups of the action profile; one-shot action sets "
+          "cannot be mixed with them",
+          called(role, update.row));
+    }
+  } else if (store_.mayHaveOneShots() &&
+             store_.references().oneShotRoutes() > (wasOneShot ? 1 : 0)) {
+    invalid(
+        "{}: other entries use one-shot action sets; members or groups of the action profile "
+        "cannot be mixed with them",
+        called(role, update.row));
+  }
+}
+
+void Forwarding::needSlots(const Update& update, const Vane::BaseRow& before,
+                           const Pipeline& pipeline) {
+  const Role& role = *update.role;
+  const Role& group = roles_.group();
+  uint64_t more = 0;
+  uint64_t fewer = 0;
+  if (update.oneShot) {
+    for (const uint32_t weight : update.oneShot->weights) more += weight;
+  } else if (role.kind == Kind::group) {
+    more = role.get(update.row, role.members).size();
+    if (!before.isNull()) fewer = role.get(before, role.members).size();
+  }
+  if (more <= fewer) return;
+  const uint64_t slots = store_.references().slots();
+  const uint64_t room = pipeline.part(group).size;
+  if (slots - std::min(slots, fewer) + more > room) {
+    fail(StatusCode::RESOURCE_EXHAUSTED, "action profile \"{}\" is full: its groups have {} of {}",
+         group.name, slots, room);
+  }
+}
+
+// What was given before this run is not known; then any is taken.
+void Forwarding::needSameMaxSize(const Update& update, const Vane::BaseRow& before) const {
+  const Role& role = *update.role;
+  if (role.kind != Kind::group || !store_.isOfThisRun(role.get(before, role.entryHandle))) return;
+  const SidePtr side = store_.side(role, before);
+  const int32_t had = side ? side->maxSize : 0;
+  const int32_t given = update.side ? update.side->maxSize : 0;
+  if (had != given) {
+    invalid("{}: max_size {} cannot be changed, found {}", called(role, before), had, given);
+  }
+}
+
+void Forwarding::keepAction(Update& update, const Vane::BaseRow& before) const {
+  const SidePtr had = store_.side(*update.role, before);
+  update.row = before;
+  if (!had) return;
+  SideData side = *had;
+  side.metadata = update.side ? update.side->metadata : std::string();
+  side.controllerMetadata = update.side ? update.side->controllerMetadata : 0;
+  update.side = side.isDefault() ? nullptr : std::make_shared<SideData>(std::move(side));
+}
+
+void Forwarding::putOneShot(Update& update, const Pipeline& pipeline) {
+  static const Vane::BaseRow none;
+  const Role& member = roles_.member();
+  const Role& group = roles_.group();
+  OneShot& shot = *update.oneShot;
+  std::vector<uint32_t> members;
+  std::vector<uint32_t> ports;
+  for (size_t i = 0; i < shot.members.size(); ++i) {
+    const uint32_t id = store_.newReservedId(member);
+    const Field& key = member.keys.front();
+    member.layout.set(shot.members[i], member.layout.columns()[key.index], id);
+    put(member, shot.members[i], none, nullptr, pipeline);
+    members.insert(members.end(), shot.weights[i], id);
+    ports.insert(ports.end(), shot.weights[i], shot.ports[i]);
+  }
+  const uint32_t id = store_.newReservedId(group);
+  std::vector<Vane::ColumnValue> values;
+  for (const auto& column : group.layout.columns()) values.push_back(Vane::zeroValue(column.type));
+  values[group.keys.front().index] = id;
+  values[group.valid.index] = true;
+  values[group.entryId.index] = group.id;
+  values[group.members.index] = std::move(members);
+  values[group.watchPorts.index] = std::move(ports);
+  Vane::BaseRow row = group.layout.row(group.rowTypeId, values);
+  put(group, row, none, nullptr, pipeline);
+  update.role->set(update.row, update.role->destinationId, id);
+}
+
+// requires: the route is gone, or refers to something else now.
+void Forwarding::removeOneShot(const Vane::BaseRow& route, const Role& role) {
+  const Role& group = roles_.group();
+  const Role& member = roles_.member();
+  const uint32_t id = destinationOf(role, route).id;
+  const Vane::BaseRow row = store_.row(group, id);
+  // Others may have written rows that refer to it too.
+  if (row.isNull() || store_.references().usesOfGroup(id) != 0) return;
+  const auto shares = sharesOf(group, row);
+  store_.del(group, row);
+  for (const Share& share : shares) {
+    const Vane::BaseRow each = store_.row(member, share.member);
+    if (!isReservedId(share.member) || each.isNull()) continue;
+    if (store_.references().usesOfMember(share.member) == 0) store_.del(member, each);
+  }
+}
+
+// An entity keeps its handle for as long as it is there.
+void Forwarding::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before,
+                     SidePtr side, const Pipeline& pipeline) {
+  uint64_t handle = before.isNull() ? 0 : role.get(before, role.entryHandle);
+  if (handle == 0) handle = store_.newHandle();
+  role.set(row, role.entryHandle, handle);
+  role.set(row, role.genId, pipeline.number);
+  role.set(row, role.valid, true);
+  role.set(row, role.entryId, role.id);
+  store_.put(role, row, before, std::move(side));
+}
+
+template <class F>
+void Forwarding::removeRows(const Role& role, F unwanted) {
+  auto& table = store_.table(role);
+  for (const auto at = table.begin(0); *at; ++*at) {
+    const Vane::BaseRow row = **at;
+    if (unwanted(row)) store_.del(role, row);
+    store_.emptyJournal();
+  }
+}
+
+void Forwarding::keepOnly(const Pipeline& pipeline) {
+  const auto isOld = [&](const Role& role, const Vane::BaseRow& row) {
+    return role.genId ? role.get(row, role.genId) != pipeline.number
+                      : !store_.recentKeys().contains(keyOf(role, row));
+  };
+  for (const Role& role : roles_.tables()) {
+    removeRows(role, [&](const Vane::BaseRow& row) { return isOld(role, row); });
+  }
+  const References& references = store_.references();
+  removeRows(roles_.group(), [&](const Vane::BaseRow& row) {
+    const uint32_t id = idOf(roles_.group(), row);
+    return references.usesOfGroup(id) == 0 && (isOld(roles_.group(), row) || isReservedId(id));
+  });
+  removeRows(roles_.member(), [&](const Vane::BaseRow& row) {
+    const uint32_t id = idOf(roles_.member(), row);
+    return references.usesOfMember(id) == 0 && (isOld(roles_.member(), row) || isReservedId(id));
+  });
+  store_.emptyRecentKeys();
+}
+
+void Forwarding::needRoomFor(const Pipeline& pipeline) const {
+  for (const Role& role : roles_.all()) {
+    const Pipeline::Part& part = pipeline.part(role);
+    const uint64_t there = store_.size(role);
+    if (there != 0 && !(part.isOffered && part.hasAction)) {
+      invalid("\"{}\" is not in the P4Info, or has no action there, and holds {} entries",
+              role.name, there);
+    }
+    if (role.isTable() && there > part.size) {
+      invalid("table \"{}\" holds {} entries, more than the P4Info's {}", role.name, there,
+              part.size);
+    }
+  }
+  const uint64_t slots = store_.references().slots();
+  if (slots > pipeline.part(roles_.group()).size) {
+    invalid("the groups of action profile \"{}\" have {} slots, more than the P4Info's {}",
+            roles_.group().name, slots, pipeline.part(roles_.group()).size);
+  }
+  auto& groups = store_.table(roles_.group());
+  for (const auto at = groups.begin(0); *at; ++*at) {
+    const Vane::BaseRow row = **at;
+    const auto shares = sharesOf(roles_.group(), row);
+    uint64_t size = 0;
+    for (const Share& share : shares) size += share.weight;
+    if (size > pipeline.maxGroupSize || (pipeline.areWeightsDisallowed && size != shares.size())) {
+      invalid("{} has weights that add up to {}, which the P4Info does not allow",
+              called(roles_.group(), row), size);
+    }
+  }
+}
+
+}  // namespace Agent::P4

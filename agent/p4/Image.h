@@ -1,0 +1,31 @@
+// An entity as it was at one moment, in rows: what becomes its message in another thread.
+#pragma once
+
+#include <vector>
+
+#include "agent/p4/Update.h"
+
+namespace Agent::P4 {
+
+struct Image {
+  const Role* role = nullptr;
+  Vane::BaseRow row;
+  SidePtr side;
+  // Of a route with a one-shot action set: the group that holds it, and the group's members, once
+  // for each action. Null, and none, if they are not there.
+  Vane::BaseRow group;
+  std::vector<Vane::BaseRow> members;
+
+  // Memory that it holds, about.
+  size_t bytes() const;
+};
+
+// Consecutive equal slots of a group are one member, whose weight is their number.
+struct Share {
+  uint32_t member = 0;
+  uint32_t port = 0;  // 0: none
+  uint32_t weight = 0;
+};
+std::vector<Share> sharesOf(const Role& group, const Vane::BaseRow& row);
+
+}  // namespace Agent::P4

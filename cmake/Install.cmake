@@ -23,6 +23,16 @@ if(ROUTING_PROGRAMS)
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN/../${ROUTING_PLUGIN_DIR}")
 endif()
 
+# Manual pages and shell completion.
+get_property(tools_with_pages GLOBAL PROPERTY ROUTING_TOOLS_WITH_PAGES)
+foreach(tool ${tools_with_pages})
+  set(pages ${CMAKE_BINARY_DIR}/pages)
+  install(FILES ${pages}/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES ${pages}/${tool}.bash RENAME ${tool}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${pages}/_${tool} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+endforeach()
+
 # Relative to the file itself, so that the tree may be installed, or moved, anywhere.
 file(RELATIVE_PATH ROUTING_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
 configure_file(cmake/p4runtime-routing.pc.in p4runtime-routing.pc @ONLY)

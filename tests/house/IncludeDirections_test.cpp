@@ -35,11 +35,15 @@ const std::map<std::string, std::set<std::string>> arrows = {
     {"platform/Hub", {"platform/Shoal", "platform/Kit", "platform/Trace", "platform/Guard"}},
     {"platform/P4Runtime",
      {"platform/Hub", "platform/Vane", "platform/Kit", "platform/Trace", "platform/Guard"}},
-    // The agent knows tables by the row database only.
+    // The agent knows tables by the row database only. The protocols' generated headers lie in p4,
+    // vane and google.
     {"agent",
-     {"Vane", "platform/P4Runtime", "platform/Hub", "platform/Vane", "platform/Kit",
-      "platform/Trace", "platform/Guard", "platform/Wire"}},
-    {"tools", {"P4RuntimePlugin", "src-includes", "routing-types", "Vane", "platform"}},
+     {"Vane", "p4", "vane", "google", "tools/common/Nearest.h", "platform/P4Runtime",
+      "platform/Hub", "platform/Vane", "platform/Kit", "platform/Trace", "platform/Guard",
+      "platform/Wire"}},
+    {"tools",
+     {"P4RuntimePlugin", "src-includes", "routing-types", "Vane", "platform", "p4", "vane",
+      "google"}},
 };
 
 // The rooms that an integrator compiles on a platform of their own.
@@ -99,6 +103,24 @@ TEST(IncludeDirections, RunDownwardsOnly) {
     }
   }
   EXPECT_GT(seen, 100u) << "the check reads no includes";
+}
+
+TEST(IncludeDirections, RemoteProtocolsAreKnownToTheServicesAndTheirClientsOnly) {
+  static const std::set<std::string> speakers = {"agent/p4", "agent/rpc", "agent/rows",
+                                                 "tools/vanectl", "tools/p4rt-client"};
+  static const std::regex protocol(R"(^(p4|vane|google|grpc|grpcpp)/)");
+  size_t seen = 0;
+  for (const char* room : {"agent", "tools"}) {
+    for (const Include& include : includesBelow(room)) {
+      if (!std::regex_search(include.target, protocol)) continue;
+      ++seen;
+      const std::string file = fs::relative(include.file, root).string();
+      bool speaks = false;
+      for (const auto& speaker : speakers) speaks = speaks || liesIn(file, speaker);
+      EXPECT_TRUE(speaks) << place(include);
+    }
+  }
+  EXPECT_GT(seen, 3u) << "the check reads no includes";
 }
 
 TEST(IncludeDirections, EveryRoomOfThePlatformHasItsArrows) {

@@ -40,4 +40,13 @@ TEST(LinkedLibraries, OfThePlatformAreTheRuntime) {
   for (const auto& library : needed) EXPECT_TRUE(std::regex_search(library, permitted)) << library;
 }
 
+// It shows the tables when nothing else works, and starts at once.
+TEST(LinkedLibraries, OfTheViewWithoutTheAgentHaveNoRemoteProtocol) {
+  const auto needed = neededBy(ROUTING_SHOALCTL_FILE);
+  static const std::regex permitted(
+      R"(^(libstdc\+\+|libgcc_s|libc|libm|ld-linux.*|libP4RuntimeRoutingPlatform|libP4RuntimeRoutingVane|libasan|libubsan|libtsan)\.so)");
+  EXPECT_TRUE(needed.contains("libP4RuntimeRoutingPlatform.so.0"));
+  for (const auto& library : needed) EXPECT_TRUE(std::regex_search(library, permitted)) << library;
+}
+
 }  // namespace

@@ -118,7 +118,7 @@ void bench(const ClientOptions& options, const BenchSettings& bench,
 
   auto query = primary.newRead();
   query.add_entities()->mutable_table_entry()->set_table_id(
-      catalog.table("ipv4_override").preamble().id());
+      catalog.table("ipv4.override").preamble().id());
   uint64_t read = 0;
   const auto begun = Clock::now();
   primary.read(query, [&](const p4::v1::ReadResponse& answer) { read += answer.entities_size(); });

@@ -107,7 +107,7 @@ void putRoute(const Catalog& catalog, const RouteSettings& settings,
               const Wire::IpGenPrefix& prefix, uint64_t number, p4::v1::TableEntry& entry) {
   const bool vrf = settings.kind == "vrf";
   const auto& table = catalog.table(
-      fmt::format("{}_{}", prefix.family == Wire::AddressFamily::ipv4 ? "ipv4" : "ipv6",
+      fmt::format("{}.{}", prefix.family == Wire::AddressFamily::ipv4 ? "ipv4" : "ipv6",
                   vrf ? "vrf_prefix" : settings.kind));
   entry.set_table_id(table.preamble().id());
   if (vrf) Catalog::match(table, "vrf_id", settings.vrf, entry);

@@ -21,7 +21,7 @@ Tools::About about() {
       .examples = {{"p4rt-client pipeline", "what the agent offers, as a P4Info"},
                    {"p4rt-client program --prefixes prefixes.txt --group 1",
                     "routes to every prefix of a list, by a group of eight next hops"},
-                   {"p4rt-client read ipv4_override", "the entries of a table, one a line"},
+                   {"p4rt-client read ipv4.override", "the entries of a table, one a line"},
                    {"p4rt-client bench --batch 1000 --clients 4", "writes and reads a second"}},
       .chapters = {},
       .seeAlso = {"p4rt-agent(1)", "shoalctl(1)", "vanectl(1)"},

@@ -1,8 +1,10 @@
 #include "agent/Agent.h"
 
 #include <fmt/format.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "agent/Log.h"
@@ -15,10 +17,20 @@
 namespace Agent {
 namespace {
 
-Kit::Ptr<Hub::EntityManager> makeHub(const Options& options, EventLoop& loop) {
+// How long a plug-in may take to mount its tables before it is named.
+constexpr itimerspec mountPatience{{}, {3, 0}};
+
+// `afterPosted` runs after each piece of work that the hub has posted to the loop.
+Kit::Ptr<Hub::EntityManager> makeHub(const Options& options, EventLoop& loop,
+                                     std::function<void()> afterPosted) {
   Hub::HubOptions hub;
   hub.shoalRoot = options.shoalRoot;
-  hub.post = [&loop](std::function<void()> work) { loop.post(std::move(work)); };
+  hub.post = [&loop, afterPosted = std::move(afterPosted)](std::function<void()> work) {
+    loop.post([work = std::move(work), afterPosted] {
+      work();
+      afterPosted();
+    });
+  };
   hub.capacities.insert(options.capacities.begin(), options.capacities.end());
   if (options.defaultCapacity) {
     hub.defaultCapacity = *options.defaultCapacity;
@@ -43,13 +55,14 @@ void writeOut(const std::string& line) {
 
 }  // namespace
 
-P4rtAgent::P4rtAgent(Options options)
+P4rtAgent::P4rtAgent(Options options, std::unique_ptr<Services> services)
     : options_(std::move(options)),
-      entityManager_(makeHub(options_, loop_)),
+      entityManager_(makeHub(options_, loop_, [this] { serveWhenMounted(); })),
       database_(Vane::makeVaneDB()),
       context_(new P4Runtime::PluginContext("pluginContext", entityManager_, database_,
                                             new Kit::Dir("plugins"))),
-      tables_(database_) {
+      tables_(database_),
+      services_(std::move(services)) {
   Log::levelIs(options_.logLevel);
   Vane::VaneDB::currentIs(database_);
 }
@@ -61,21 +74,33 @@ P4rtAgent::~P4rtAgent() {
 }
 
 int P4rtAgent::run() {
+  loadPlugins();
+  if (options_.printP4Info) {
+    writeOut(services_->p4InfoText());
+    return 0;
+  }
   start();
   const int signal = loop_.run();
   if (signal != 0) Log::info("ending on {}", sigabbrev_np(signal));
   feed_.reset();
+  services_->stop();
   cleanUp();
   return failed_ || counts_.failed != 0 ? 1 : 0;
 }
 
-void P4rtAgent::start() {
+void P4rtAgent::loadPlugins() {
   for (const auto& plugin : options_.plugins) P4Runtime::loadPluginLibrary(plugin);
   for (const auto& plugin : P4Runtime::registeredPlugins()) {
     Log::debug("plug-in {} from {}", plugin.name, plugin.source);
   }
+}
+
+void P4rtAgent::start() {
   mountTables();
   P4Runtime::startPlugins(&*context_, plugins_);
+  mountTimer_ = Descriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+  ::timerfd_settime(mountTimer_.get(), 0, &mountPatience, nullptr);
+  loop_.watch(mountTimer_.get(), [this] { logLateMounts(); });
   loop_.post([this] { serveWhenMounted(); });
 }
 
@@ -90,17 +115,31 @@ void P4rtAgent::mountTables() {
   }
 }
 
-// Mount groups are reported through the loop; their reports were posted before this.
-void P4rtAgent::serveWhenMounted() {
+void P4rtAgent::logLateMounts() {
+  loop_.unwatch(mountTimer_.get());
   for (const auto& plugin : plugins_) {
-    if (!plugin->mountsComplete()) return loop_.post([this] { serveWhenMounted(); });
+    if (plugin->mountsComplete()) continue;
+    Log::error("plug-in {}: its mounts are not complete; serving begins when they are",
+               plugin->name().str());
   }
+}
+
+void P4rtAgent::serveWhenMounted() {
+  const auto isMounted = [](const auto& plugin) { return plugin->mountsComplete(); };
+  if (feed_ || !std::ranges::all_of(plugins_, isMounted)) return;
+  loop_.unwatch(mountTimer_.get());
+  mountTimer_ = {};
+  serve();
+}
+
+void P4rtAgent::serve() {
   if (options_.follow) {
     follower_ = std::make_unique<Follower>(*database_);
     follower_->take();  // reads afresh what was there before
   }
   Log::info("serving {} tables below {}", database_->tableNames().size(),
             options_.shoalRoot.string());
+  services_->start(loop_, database_, [this] { afterBatch(); });
   begun_ = std::chrono::steady_clock::now();
   feed_ = std::make_unique<Feed>(loop_, inputs(),
                                  Feed::Callbacks{.afterBatch = [this] { afterBatch(); },

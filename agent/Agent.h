@@ -15,6 +15,7 @@
 #include "agent/Options.h"
 #include "agent/PrefixRows.h"
 #include "agent/RowTable.h"
+#include "agent/Services.h"
 #include "platform/Hub/EntityManager.h"
 #include "platform/P4Runtime/Plugin.h"
 
@@ -22,7 +23,7 @@ namespace Agent {
 
 class P4rtAgent {
  public:
-  explicit P4rtAgent(Options options);
+  P4rtAgent(Options options, std::unique_ptr<Services> services);
   ~P4rtAgent();
   P4rtAgent(const P4rtAgent&) = delete;
   P4rtAgent& operator=(const P4rtAgent&) = delete;
@@ -32,9 +33,13 @@ class P4rtAgent {
   int run();
 
  private:
+  void loadPlugins();
   void start();
   void mountTables();
+  void logLateMounts();
+  // Does nothing until every plug-in has reported its mounts; called again when one may have.
   void serveWhenMounted();
+  void serve();
   std::deque<Feed::Input> inputs();
   void afterBatch();
   void inputsEnded();
@@ -52,7 +57,9 @@ class P4rtAgent {
   std::unique_ptr<Follower> follower_;
   LoadCounts counts_;
   PrefixRows::Progress prefixes_;
-  std::unique_ptr<Feed> feed_;
+  std::unique_ptr<Services> services_;
+  std::unique_ptr<Feed> feed_;  // once serving
+  Descriptor mountTimer_;       // until serving
   std::chrono::steady_clock::time_point begun_;
   bool failed_ = false;
 };

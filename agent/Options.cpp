@@ -15,6 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* defaultPlugin = "libP4RuntimeRoutingVane.so";
+constexpr const char* defaultListen = "127.0.0.1:9559";
 constexpr int usageError = 2;
 
 // Beside the program as it is built, or as it is installed.
@@ -30,6 +31,13 @@ fs::path defaultPluginFile() {
 fs::path defaultRoot() {
   if (const char* root = std::getenv("SHOAL_ROOT"); root != nullptr && *root != '\0') return root;
   return fmt::format("/dev/shm/shoal-{}", ::getuid());
+}
+
+// The agent's own files, beside the tables of its root.
+fs::path defaultRunDir(const fs::path& shoalRoot) {
+  if (const char* dir = std::getenv("P4RT_RUN_DIR"); dir != nullptr && *dir != '\0') return dir;
+  fs::path named = shoalRoot.has_filename() ? shoalRoot : shoalRoot.parent_path();
+  return named += ".run";
 }
 
 // "TABLE=N"; the table by name or path.
@@ -54,6 +62,60 @@ std::pair<std::string, uint32_t> parseCapacity(const std::string& text) {
                     names, text));
   }
   return {std::string(table->path), entries};
+}
+
+void addRemoteOptions(CLI::App& app, RemoteOptions& remote) {
+  app.add_option(
+         "--listen", remote.listen,
+         std::string("Address for P4Runtime clients: ADDRESS:PORT, [ADDRESS]:PORT, unix:PATH, "
+                     "or none; port 0 is any; may be repeated (default: ") +
+             defaultListen + "; with --once: none)")
+      ->allow_extra_args(false);
+  app.add_option("--device-id", remote.deviceId, "The device's number for P4Runtime clients")
+      ->check(CLI::Range(uint64_t{1}, UINT64_MAX))
+      ->capture_default_str();
+  app.add_option("--pipeline", remote.ownPipeline,
+                 "The pipeline until a client sets one: own or none (default: own)")
+      ->transform(CLI::Transformer(std::map<std::string, bool>{{"own", true}, {"none", false}}));
+  app.add_option("--tls-cert", remote.tlsCertificate, "The agent's certificate, PEM");
+  app.add_option("--tls-key", remote.tlsKey, "The key of the certificate, PEM");
+  app.add_option("--tls-ca", remote.tlsAuthority,
+                 "The authority that signs the clients' certificates, PEM");
+  app.add_flag("--allow-plaintext-remote", remote.allowPlaintextRemote,
+               "Listen without TLS on addresses that other machines reach");
+  app.add_option("--run-dir", remote.runDir,
+                 "Directory for the agent's sockets and addresses (default: $P4RT_RUN_DIR, else "
+                 "the root of the tables with .run)");
+  const auto limit = [&](const char* name, uint32_t& value, uint32_t most, const char* help) {
+    app.add_option(name, value, help)->check(CLI::Range(uint32_t{1}, most))->capture_default_str();
+  };
+  limit("--max-message", remote.messageMiB, 2047, "MiB that a request may have");
+  limit("--max-streams", remote.streamsPerRole, 10000, "Streams that a role may have");
+  limit("--max-connections", remote.connections, 10000, "Clients with a call under way");
+  limit("--max-calls", remote.calls, 10000, "Calls under way");
+  limit("--max-waiting", remote.waiting, 10000, "Calls that wait for the tables");
+  limit("--max-call-time", remote.callSeconds, 86400, "Seconds that a call may take");
+  limit("--keep-alive", remote.keepAliveSeconds, 86400,
+        "Seconds after which a silent client is asked whether it lives");
+}
+
+// What one option alone cannot tell.
+void finishRemoteOptions(Options& options) {
+  RemoteOptions& remote = options.remote;
+  remote.isListenGiven = !remote.listen.empty();
+  const bool isNone = std::erase(remote.listen, "none") != 0;
+  if (isNone && !remote.listen.empty()) {
+    throw CLI::ValidationError("--listen", "expected addresses, or none alone");
+  }
+  if (!remote.isListenGiven && !options.once) remote.listen.push_back(defaultListen);
+  const bool some =
+      !remote.tlsCertificate.empty() || !remote.tlsKey.empty() || !remote.tlsAuthority.empty();
+  const bool all =
+      !remote.tlsCertificate.empty() && !remote.tlsKey.empty() && !remote.tlsAuthority.empty();
+  if (some && !all) {
+    throw CLI::ValidationError("--tls-cert, --tls-key, --tls-ca", "expected all three or none");
+  }
+  if (remote.runDir.empty()) remote.runDir = defaultRunDir(options.shoalRoot);
 }
 
 }  // namespace
@@ -96,6 +158,9 @@ ParsedOptions parseOptions(int argc, char** argv) {
                "Follow every table as a reader and account for the changes in the reports");
   app.add_flag("--status", options.status,
                "Report the tables on standard output, as JSON, when the inputs have ended");
+  app.add_flag("--print-p4info", options.printP4Info,
+               "Print the P4Info that controllers are offered, and end");
+  addRemoteOptions(app, options.remote);
   auto* level =
       app.add_option("--log-level", options.logLevel, "error, info or debug (default: info)")
           ->transform(CLI::Transformer(std::map<std::string, LogLevel>{
@@ -105,6 +170,7 @@ ParsedOptions parseOptions(int argc, char** argv) {
   try {
     app.parse(argc, argv);
     for (const std::string& text : capacities) options.capacities.insert(parseCapacity(text));
+    finishRemoteOptions(options);
   } catch (const CLI::ParseError& error) {
     parsed.exitStatus = app.exit(error) == 0 ? 0 : usageError;
     return parsed;

@@ -19,6 +19,26 @@ enum class OnExit : uint8_t {
   detach,  // the plug-ins empty them and give them up for good
 };
 
+// What clients reach over sockets, and within which limits.
+struct RemoteOptions {
+  std::vector<std::string> listen;  // addresses; empty: none
+  bool isListenGiven = false;       // expressly, not by default
+  uint64_t deviceId = 1;
+  bool ownPipeline = true;  // the agent's own pipeline is in force until a client sets one
+  std::filesystem::path tlsCertificate;  // all three, or none
+  std::filesystem::path tlsKey;
+  std::filesystem::path tlsAuthority;
+  bool allowPlaintextRemote = false;
+  std::filesystem::path runDir;  // where the agent's sockets and the addresses it listens on are
+  uint32_t messageMiB = 128;
+  uint32_t streamsPerRole = 16;
+  uint32_t connections = 64;
+  uint32_t calls = 256;
+  uint32_t waiting = 64;  // calls that wait for the tables
+  uint32_t callSeconds = 60;
+  uint32_t keepAliveSeconds = 60;
+};
+
 struct Options {
   std::vector<std::filesystem::path> plugins;
   std::filesystem::path shoalRoot;
@@ -31,6 +51,8 @@ struct Options {
   bool once = false;
   bool status = false;
   bool follow = false;
+  bool printP4Info = false;
+  RemoteOptions remote;
   LogLevel logLevel = LogLevel::info;
 };
 

@@ -21,12 +21,11 @@
 #include "agent/p4/Target.h"
 #include "agent/rpc/Calls.h"
 #include "agent/rpc/Outbox.h"
-#include "agent/rpc/Server.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 
 namespace Agent::P4 {
 
-class P4RuntimeService final : public p4::v1::P4Runtime::Service, public Rpc::Stoppable {
+class P4RuntimeService final : public p4::v1::P4Runtime::Service {
  public:
   // Notices that a stream's client may leave unread.
   static constexpr size_t unreadNotices = 256;
@@ -36,7 +35,7 @@ class P4RuntimeService final : public p4::v1::P4Runtime::Service, public Rpc::St
       : target_(target), calls_(calls), deviceId_(limits.deviceId), arbitration_(limits) {}
 
   // Ends the open streams, and new ones as they come, with UNAVAILABLE.
-  void stop() override;
+  void stop();
 
   grpc::Status Capabilities(grpc::ServerContext* context,
                             const p4::v1::CapabilitiesRequest* request,

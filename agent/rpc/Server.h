@@ -18,16 +18,6 @@
 
 namespace Agent::Rpc {
 
-// A service with calls that do not end by themselves.
-class Stoppable {
- public:
-  // Ends them, and those that come, from now on.
-  virtual void stop() = 0;
-
- protected:
-  ~Stoppable() = default;
-};
-
 // Files, in PEM form.
 struct TlsFiles {
   std::filesystem::path certificate;
@@ -37,10 +27,12 @@ struct TlsFiles {
 
 class Server {
  public:
+  // Beside the calls: those that wait for calls, and those that turn calls away.
+  static constexpr int spareThreads = 16;
   struct Limits {
     size_t messageSize = size_t{128} << 20;  // bytes, of a request
-    int threads = 512;                       // all calls together
-    std::chrono::seconds keepAlive{60};      // an idle connection is asked whether it lives
+    int threads = 256 + spareThreads;
+    std::chrono::seconds keepAlive{60};  // an idle connection is asked whether it lives
   };
   struct Settings {
     std::vector<ListenAddress> addresses;
@@ -59,7 +51,7 @@ class Server {
   const std::vector<ListenAddress>& addresses() const { return settings_.addresses; }
 
   // Takes no more calls, ends those that are still there after `patience`, and returns when all
-  // have ended.
+  // have ended. Calls that end only when told so are ended by their service before.
   void stop(std::chrono::milliseconds patience);
 
  private:

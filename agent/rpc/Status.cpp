@@ -43,22 +43,6 @@ std::string utf8(std::string_view text) {
   return valid;
 }
 
-grpc::Status statusOf(LoopGate::Outcome outcome) {
-  switch (outcome) {
-    case LoopGate::Outcome::full:
-      return refusal(grpc::StatusCode::RESOURCE_EXHAUSTED,
-                     "too many calls are waiting for the tables already");
-    case LoopGate::Outcome::late:
-      return refusal(grpc::StatusCode::DEADLINE_EXCEEDED,
-                     "the deadline passed before the call's turn came; nothing has been done");
-    case LoopGate::Outcome::closed:
-      return refusal(grpc::StatusCode::UNAVAILABLE, "the agent is ending");
-    case LoopGate::Outcome::done:
-      break;
-  }
-  return grpc::Status::OK;
-}
-
 void end(grpc::ServerContext& context, const grpc::Status& status) {
   grpc_call_cancel_with_status(context.c_call(), static_cast<grpc_status_code>(status.error_code()),
                                status.error_message().c_str(), nullptr);

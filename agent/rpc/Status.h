@@ -7,8 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "agent/LoopGate.h"
-
 namespace Agent::Rpc {
 
 // Text as a status or a message may carry it: bytes that are no valid UTF-8 are written as \xHH.
@@ -17,9 +15,6 @@ std::string utf8(std::string_view text);
 inline grpc::Status refusal(grpc::StatusCode code, std::string_view text) {
   return {code, utf8(text)};
 }
-
-// A call that waited for the agent's loop: OK, or why its work has not been done.
-grpc::Status statusOf(LoopGate::Outcome outcome);
 
 // Ends a call from any thread while its handler may be waiting for the client to read or to write;
 // the client is told, however much it has left unread. Does nothing to a call that has ended.

@@ -14,6 +14,7 @@
 
 #include "platform/Shoal/SharedTable.h"
 #include "tools/routing-demo/Lines.h"
+#include "tools/routing-demo/P4Stage.h"
 #include "tools/routing-demo/Process.h"
 #include "tools/routing-demo/Report.h"
 
@@ -61,10 +62,13 @@ class Root {
   ~Root() {
     std::error_code ignored;
     if (fresh_) fs::remove_all(path_, ignored);
+    fs::remove_all(runDirectory(), ignored);
   }
   Root(const Root&) = delete;
   Root& operator=(const Root&) = delete;
   const fs::path& path() const { return path_; }
+  // Of the agent: its socket, and where it listens.
+  fs::path runDirectory() const { return path_.string() + ".run"; }
 
  private:
   // The books start at nothing.
@@ -99,6 +103,7 @@ class Demo {
     }
     reader_->closeInput();
     reader_->end(SIGTERM);
+    speakP4Runtime();
     report_.tables(model_);
     if (!options_.once && report_.right()) stayUp();
     end();
@@ -111,6 +116,10 @@ class Demo {
     std::vector<std::string> arguments{
         options_.agent, "--shoal-root", root_.path().string(), "--load",       "-",
         "--follow",     "--quiet",      "--on-exit",           options_.onExit};
+    if (hasP4Runtime()) {
+      arguments.insert(arguments.end(),
+                       {"--listen", "127.0.0.1:0", "--run-dir", root_.runDirectory().string()});
+    }
     if (options_.plugin) {
       arguments.push_back("--plugin");
       arguments.push_back(*options_.plugin);
@@ -233,8 +242,19 @@ class Demo {
     for (const Json& wrong : answer.at("wrong")) report_.wrong(wrong.get<std::string>());
   }
 
+  // A build for 32 bits has neither the service nor the client.
+  static bool hasP4Runtime() { return fs::exists(siblingProgram("p4rt-client")); }
+
+  void speakP4Runtime() {
+    if (!hasP4Runtime()) return;
+    P4Stage stage(model_, root_.path(), root_.runDirectory(), report_);
+    stage.run();
+    address_ = stage.address();
+  }
+
   void stayUp() {
     report_.invitation(root_.path(), siblingProgram("shoalctl"), agent_.pid());
+    if (!address_.empty()) report_.p4Invitation(address_, siblingProgram("p4rt-client"));
     if (agent_.waitUntilEndOrInterrupt()) {
       throw ChildEnded("p4rt-agent has ended: " + Process::described(agent_.end(SIGTERM)));
     }
@@ -274,6 +294,7 @@ class Demo {
   std::unique_ptr<Process> reader_;
   LineBuffer buffer_;
   uint64_t syncs_ = 0;
+  std::string address_;  // where the agent serves P4Runtime; empty: it does not
 };
 
 }  // namespace

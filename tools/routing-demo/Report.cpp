@@ -103,6 +103,17 @@ void Report::invitation(const std::filesystem::path& root, const std::string& sh
                   agentPid, shoalctl, root.string()));
 }
 
+void Report::p4Invitation(const std::string& address, const std::string& client) {
+  line(
+      fmt::format("It serves P4Runtime at {0} (device 1, plain text, election ids above 1); with a "
+                  "client of your\nown, or with ours:\n\n"
+                  "  {1} --address {0} pipeline\n"
+                  "  {1} --address {0} read ipv4.override | head\n"
+                  "  echo 192.0.2.0/24 | {1} --address {0} --election-id 2 program --first-member "
+                  "2000001 --prefixes -\n",
+                  address, client));
+}
+
 void Report::verdict() {
   if (right()) {
     clearProgress();

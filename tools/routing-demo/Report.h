@@ -37,6 +37,7 @@ class Report {
   void readBack(const nlohmann::json& table);
   void tables(const Model& model);
   void invitation(const std::filesystem::path& root, const std::string& shoalctl, int agentPid);
+  void p4Invitation(const std::string& address, const std::string& client);
   void verdict();
 
   bool right() const { return wrong_ == 0; }

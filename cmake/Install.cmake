@@ -17,10 +17,16 @@ foreach(room Vane routing-types src-includes P4RuntimePlugin platform)
   install(DIRECTORY ${room} DESTINATION ${ROUTING_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
 endforeach()
 
-if(ROUTING_PROGRAMS)
-  install(TARGETS p4rt-agent shoalctl routing-demo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  set_target_properties(p4rt-agent shoalctl routing-demo PROPERTIES
-    INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN/../${ROUTING_PLUGIN_DIR}")
+foreach(program p4rt-agent shoalctl vanectl p4rt-client routing-demo)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    set_target_properties(${program} PROPERTIES
+      INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN/../${ROUTING_PLUGIN_DIR}")
+  endif()
+endforeach()
+# The protocols' generated code, for the programs that speak them.
+if(TARGET proto)
+  install(TARGETS proto LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 endif()
 
 # Manual pages and shell completion.

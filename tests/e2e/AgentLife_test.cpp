@@ -1,7 +1,11 @@
 // The agent's life: starting, ending, dying, coming back.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
 
 #include "tests/e2e/Programs.h"
 
@@ -73,6 +77,35 @@ TEST(AgentStart, ThePlugInBesideTheProgramIsTheDefault) {
                           "--default-capacity", "16", "--once"});
   EXPECT_EQ(ended.status, 0) << ended.err;
   EXPECT_NE(ended.err.find("serving 10 tables below " + scratch.root()), std::string::npos);
+}
+
+// Processor time that a process has used, in the kernel's ticks of 10 ms.
+uint64_t ticksOf(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat;
+  std::getline(in, stat);
+  std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+  std::string skipped;
+  for (int field = 3; field < 14; ++field) fields >> skipped;
+  uint64_t user = 0, system = 0;
+  fields >> user >> system;
+  return user + system;
+}
+
+TEST(AgentStart, APlugInThatNeverReportsItsMountsIsNamedAndCostsNoTime) {
+  const Scratch scratch;
+  Child agent({program("p4rt-agent"), "--plugin", STALLED_PLUGIN_FILE, "--shoal-root",
+               scratch.root(), "--default-capacity", "16", "--listen", "none"});
+  agent.waitForErr("plug-in stalled: its mounts are not complete");
+  const uint64_t before = ticksOf(agent.pid());
+  ASSERT_GT(before, 0u);
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LE(ticksOf(agent.pid()) - before, 5u);
+  agent.signal(SIGTERM);
+  const auto ended = agent.wait();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.err.find("serving"), ended.err.rfind("serving")) << "it is named once";
+  EXPECT_EQ(ended.err.find("tables below"), std::string::npos) << ended.err;
 }
 
 TEST(AgentStart, WrongArgumentsAreAUsageError) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -160,6 +161,11 @@ std::vector<std::string> agentOn(const std::string& root, const std::vector<std:
       program("p4rt-agent"), "--plugin", ROUTING_PLUGIN_FILE, "--shoal-root", root,
       "--default-capacity",  "4096"};
   arguments.insert(arguments.end(), more.begin(), more.end());
+  // Several agents run at a time: one listens when its test says where.
+  if (std::find(more.begin(), more.end(), "--listen") == more.end() &&
+      std::find(more.begin(), more.end(), "--once") == more.end()) {
+    arguments.insert(arguments.end(), {"--listen", "none"});
+  }
   return arguments;
 }
 

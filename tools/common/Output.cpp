@@ -1,10 +1,12 @@
 #include "tools/common/Output.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -59,6 +61,11 @@ void Output::flush() {
 }
 
 bool Output::isTerminal() const { return ::isatty(descriptor_) == 1; }
+
+void Output::endIfUnread() const {
+  pollfd end{descriptor_, 0, 0};
+  if (::poll(&end, 1, 0) > 0 && (end.revents & POLLERR) != 0) std::raise(SIGPIPE);
+}
 
 Format formatOf(const OutputOptions& options, const Output& out) {
   return options.format.value_or(out.isTerminal() ? Format::table : Format::plain);

@@ -53,6 +53,9 @@ class Output {
   }
   void flush();
   bool isTerminal() const;
+  // Ends the process as the next write would if the reader at the other end of a pipe has gone. For
+  // those who follow something that may not happen for a long time.
+  void endIfUnread() const;
 
  private:
   static constexpr size_t pieceSize = 64u << 10;  // bytes

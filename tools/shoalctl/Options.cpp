@@ -1,5 +1,7 @@
 #include "tools/shoalctl/Options.h"
 
+#include <charconv>
+#include <concepts>
 #include <utility>
 
 #include "platform/Shoal/SharedTable.h"
@@ -11,6 +13,19 @@ namespace {
 using Tools::Words;
 
 const Words tableNames = Words::from("shoalctl tables --format plain --no-headings --columns name");
+
+// A number in the range of its type, read strictly: CLI11 takes "-1" for a large unsigned one.
+template <std::integral T>
+void addNumber(CLI::App& app, const char* name, std::optional<T>& to, const char* says) {
+  const auto parse = [&to](const CLI::results_t& words) {
+    T value = 0;
+    const std::string& word = words.front();
+    const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (error == std::errc() && stop == word.data() + word.size()) to = value;
+    return to.has_value();
+  };
+  app.add_option(name, parse, says)->type_name("N");
+}
 
 // Declares the commands, and remembers which function serves each.
 class Declaration {
@@ -72,11 +87,10 @@ class Declaration {
     CLI::Option* prefix =
         show.add_option("--prefix", filter.prefix, "Only this prefix")->type_name("P");
     show.add_flag("--longer", filter.longer, "Also the prefixes inside it")->needs(prefix);
-    show.add_option("--vrf", filter.vrf, "Only routes of this routing instance")->type_name("N");
-    show.add_option("--type", filter.type,
-                    "Only routes with this type of destination: 1 is a member, 2 a group")
-        ->type_name("N");
-    show.add_option("--limit", filter.limit, "At most so many entries")->type_name("N");
+    addNumber(show, "--vrf", filter.vrf, "Only routes of this routing instance");
+    addNumber(show, "--type", filter.type,
+              "Only routes with this type of destination: 1 is a member, 2 a group");
+    addNumber(show, "--limit", filter.limit, "At most so many entries");
     show.add_option("--after", filter.after, "Begin behind the entry of this key")
         ->type_name("KEY");
 
@@ -93,10 +107,8 @@ class Declaration {
         add("lookup", "Where packets to an address go: longest match, group, members, encaps",
             &lookUp, {{"shoalctl lookup 2001:db8::1 --vrf 5", "also in routing instance 5"}});
     lookup.add_option("ADDRESS", options_.address, "An IPv4 or IPv6 address")->required();
-    lookup
-        .add_option("--vrf", options_.filter.vrf,
-                    "Look into this routing instance, between the override and the fallback table")
-        ->type_name("N");
+    addNumber(lookup, "--vrf", options_.filter.vrf,
+              "Look into this routing instance, between the override and the fallback table");
   }
 
   void watch() {
@@ -105,9 +117,8 @@ class Declaration {
         add("watch", "Changes of tables as they happen", &watchChanges,
             {{"shoalctl watch VaneEcmpGroup --snapshot --json", "its entries, then every change"}});
     addTables(app);
-    app.add_option("--since", watch.since, "Begin behind the change of this number; 0: the first")
-        ->type_name("N");
-    app.add_option("--limit", watch.limit, "End after so many changes")->type_name("N");
+    addNumber(app, "--since", watch.since, "Begin behind the change of this number; 0: the first");
+    addNumber(app, "--limit", watch.limit, "End after so many changes");
     app.add_flag("--snapshot", watch.snapshot,
                  "Show the entries first, and again after every resync");
     app.add_flag("--needs-writer", watch.needsWriter,

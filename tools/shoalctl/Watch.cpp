@@ -235,6 +235,7 @@ void watchChanges(const Options& options, Tools::Output& out) {
     for (const auto& table : tables) any = table->showChanges() || any;
     if (any) continue;
     watching.records.finish();
+    out.endIfUnread();
     tables.front()->sleep();
   }
   watching.records.finish();

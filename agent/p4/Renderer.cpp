@@ -19,7 +19,8 @@ bool Renderer::entity(const Image& image, p4::v1::Entity& to) const {
     return isClientId(idOf(role, image.row)) && group(image, *to.mutable_action_profile_group());
   }
   if (tableEntry(image, *to.mutable_table_entry())) return true;
-  Log::debug("table {}: a row that P4Runtime has no form for is left out of a read", role.rowTable);
+  Log::debug("rowLeftOut", {{"table", role.rowTable}},
+             "table {}: a row that P4Runtime has no form for is left out of a read", role.rowTable);
   return false;
 }
 

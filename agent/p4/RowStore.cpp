@@ -96,7 +96,8 @@ void RowStore::removeOrphans() {
     });
     for (const Vane::BaseRow& row : orphans) del(*role, row);
     if (!orphans.empty()) {
-      Log::debug("table {}: {} rows of unfinished action sets removed", role->rowTable,
+      Log::debug("actionSetsRemoved", {{"table", role->rowTable}},
+                 "table {}: {} rows of unfinished action sets removed", role->rowTable,
                  orphans.size());
     }
   }
@@ -251,7 +252,8 @@ bool RowStore::undo(size_t mark) {
     } catch (const std::exception& failure) {
       undone = false;
       loseReferences();
-      Log::error("table {}: taking back a change: {}", role.rowTable, failure.what());
+      Log::error("rollbackFailed", {{"table", role.rowTable}}, "table {}: taking back a change: {}",
+                 role.rowTable, failure.what());
     }
   }
   return undone;
@@ -266,7 +268,8 @@ void RowStore::settle(const Role& role, const Vane::BaseRow& key,
         before.isNull() || now.isNull() ? before.isNull() == now.isNull() : now.rowEqual(before);
     if (!same) setOrRemove(role, key, before);
   } catch (const std::exception& failure) {
-    Log::error("table {}: after a write that failed: {}", role.rowTable, failure.what());
+    Log::error("checkFailed", {{"table", role.rowTable}}, "table {}: after a write that failed: {}",
+               role.rowTable, failure.what());
   }
 }
 

@@ -130,9 +130,9 @@ TEST_F(TableEntry, WithAFaultyPrefixIsInvalid) {
   EXPECT_EQ(codeWith([](auto& entry) { lpm(entry).set_prefix_len(15); }), 3) << "10.1/15";
   EXPECT_THAT(codeWith([](auto& entry) { lpm(entry).set_value(""); }), AnyOf(3, 11));
   EXPECT_THAT(codeWith([](auto& entry) {
-              lpm(entry).set_value(bytes({1, 0, 0, 0, 0}));
-            }),
-            AnyOf(3, 11));
+                lpm(entry).set_value(bytes({1, 0, 0, 0, 0}));
+              }),
+              AnyOf(3, 11));
 }
 
 TEST_F(TableEntry, WithAPriorityIsInvalid) {
@@ -172,11 +172,12 @@ TEST_F(TableEntry, OfADirectTableWithAFaultyCallIsRefused) {
   EXPECT_EQ(encapWith([](auto& action) { action.mutable_params(2)->set_param_id(4); }), 3);
   EXPECT_EQ(encapWith([](auto& action) { action.mutable_params(2)->set_param_id(0); }), 3);
   EXPECT_EQ(encapWith([](auto& action) { *action.add_params() = action.params(0); }), 3);
-  EXPECT_THAT(encapWith([](auto& action) { action.mutable_params(1)->set_value(""); }), AnyOf(3, 11));
+  EXPECT_THAT(encapWith([](auto& action) { action.mutable_params(1)->set_value(""); }),
+              AnyOf(3, 11));
   EXPECT_THAT(encapWith([](auto& action) {
-              action.mutable_params(1)->set_value(bytes({1, 0, 0, 0, 0}));
-            }),
-            AnyOf(3, 11));
+                action.mutable_params(1)->set_value(bytes({1, 0, 0, 0, 0}));
+              }),
+              AnyOf(3, 11));
 }
 
 TEST_F(TableEntry, RefersToMembersAndGroupsThatAreThere) {

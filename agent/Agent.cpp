@@ -48,7 +48,9 @@ void writeOut(const std::string& line) {
   for (size_t at = 0; at < line.size();) {
     const ssize_t count = ::write(STDOUT_FILENO, line.data() + at, line.size() - at);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return Log::error("standard output: {}", std::strerror(errno));
+    if (count < 0) {
+      return Log::error("outputFailed", {}, "standard output: {}", std::strerror(errno));
+    }
     at += static_cast<size_t>(count);
   }
 }
@@ -81,7 +83,8 @@ int P4rtAgent::run() {
   }
   start();
   const int signal = loop_.run();
-  if (signal != 0) Log::info("ending on {}", sigabbrev_np(signal));
+  if (signal != 0)
+    Log::info("ending", {{"signal", sigabbrev_np(signal)}}, "ending on {}", sigabbrev_np(signal));
   feed_.reset();
   services_->stop();
   cleanUp();
@@ -91,7 +94,7 @@ int P4rtAgent::run() {
 void P4rtAgent::loadPlugins() {
   for (const auto& plugin : options_.plugins) P4Runtime::loadPluginLibrary(plugin);
   for (const auto& plugin : P4Runtime::registeredPlugins()) {
-    Log::debug("plug-in {} from {}", plugin.name, plugin.source);
+    Log::debug("plugin", {{"name", plugin.name}}, "plug-in {} from {}", plugin.name, plugin.source);
   }
 }
 
@@ -111,7 +114,7 @@ void P4rtAgent::mountTables() {
     info.collectionInfoIs({Kit::String(table.collection), table.capacity});
     KitShoal::Mount mount(entityManager_);
     mount.doMount(Kit::String(table.path), Kit::String(table.entityType), info);
-    Log::debug("mounted {}", table.path);
+    Log::debug("mounted", {{"path", table.path}}, "mounted {}", table.path);
   }
 }
 
@@ -119,7 +122,8 @@ void P4rtAgent::logLateMounts() {
   loop_.unwatch(mountTimer_.get());
   for (const auto& plugin : plugins_) {
     if (plugin->mountsComplete()) continue;
-    Log::error("plug-in {}: its mounts are not complete; serving begins when they are",
+    Log::error("mountsLate", {{"plugin", plugin->name().str()}},
+               "plug-in {}: its mounts are not complete; serving begins when they are",
                plugin->name().str());
   }
 }
@@ -137,9 +141,16 @@ void P4rtAgent::serve() {
     follower_ = std::make_unique<Follower>(*database_);
     follower_->take();  // reads afresh what was there before
   }
-  Log::info("serving {} tables below {}", database_->tableNames().size(),
+  Log::info("serving",
+            {{"tables", database_->tableNames().size()}, {"root", options_.shoalRoot.string()}},
+            "serving {} tables below {}", database_->tableNames().size(),
             options_.shoalRoot.string());
-  services_->start(loop_, database_, [this] { afterBatch(); });
+  services_->start(
+      {.loop = loop_,
+       .database = database_,
+       .afterBatch = [this] { afterBatch(); },
+       .capacityOf =
+           [this](const std::string& path) { return Hub::mountedCapacity(entityManager_, path); }});
   begun_ = std::chrono::steady_clock::now();
   feed_ = std::make_unique<Feed>(loop_, inputs(),
                                  Feed::Callbacks{.afterBatch = [this] { afterBatch(); },
@@ -147,7 +158,7 @@ void P4rtAgent::serve() {
                                                  .bad =
                                                      [this](const std::string& cause) {
                                                        failed_ = true;
-                                                       Log::error("{}", cause);
+                                                       Log::error("inputFailed", {}, "{}", cause);
                                                        if (options_.strict) loop_.stop();
                                                      },
                                                  .stopped = [this] { loop_.stop(); }});
@@ -180,7 +191,7 @@ void P4rtAgent::afterBatch() {
     if (follower_) follower_->take();
   } catch (const std::exception& failure) {
     failed_ = true;
-    Log::error("following the tables: {}", failure.what());
+    Log::error("followingFailed", {}, "following the tables: {}", failure.what());
   }
 }
 
@@ -188,7 +199,9 @@ void P4rtAgent::inputsEnded() {
   const bool loaded = options_.load || !options_.prefixes.empty();
   if (loaded) {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begun_;
-    Log::info("{} rows applied, {} failed, in {:.2f} s", counts_.ok, counts_.failed, took.count());
+    Log::info("loaded",
+              {{"applied", counts_.ok}, {"failed", counts_.failed}, {"seconds", took.count()}},
+              "{} rows applied, {} failed, in {:.2f} s", counts_.ok, counts_.failed, took.count());
   }
   if (options_.status) report(R"("status":"loaded")");
   if (options_.once) loop_.stop();
@@ -205,13 +218,15 @@ void P4rtAgent::cleanUp() {
       plugin->cleanup(reason);
     } catch (const std::exception& failure) {
       cleaned = false;
-      Log::error("cleaning up {}: {}", plugin->name().str(), failure.what());
+      Log::error("cleanUpFailed", {{"plugin", plugin->name().str()}}, "cleaning up {}: {}",
+                 plugin->name().str(), failure.what());
     }
   }
   Hub::flushMounts(entityManager_);
   failed_ = failed_ || !cleaned;
   if (cleaned) {
-    Log::info("the tables have been {}", options_.onExit == OnExit::empty ? "emptied" : "detached");
+    const char* done = options_.onExit == OnExit::empty ? "emptied" : "detached";
+    Log::info("cleanedUp", {{"tables", done}}, "the tables have been {}", done);
   }
 }
 

@@ -47,7 +47,8 @@ class LineLoader : public LineConsumer {
   }
   bool refuse(uint64_t number, std::string_view cause) {
     ++counts_.failed;
-    Log::error("{}: line {}: {}", inputName_, number, cause);
+    Log::error("lineRefused", {{"input", inputName_}, {"line", number}}, "{}: line {}: {}",
+               inputName_, number, cause);
     return !strict_;
   }
 

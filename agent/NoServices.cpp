@@ -12,7 +12,7 @@ class NotBuilt final : public Guard::Throwable<NotBuilt> {
 
 class NoServices final : public Services {
  public:
-  void start(EventLoop&, const std::shared_ptr<Vane::VaneDB>&, std::function<void()>) override {}
+  void start(Needs) override {}
   void stop() override {}
   std::string p4InfoText() const override {
     NotBuilt::throwException("--print-p4info: this build has no remote services");
@@ -24,6 +24,10 @@ class NoServices final : public Services {
 std::unique_ptr<Services> makeServices(const Options& options) {
   if (options.remote.isListenGiven && !options.remote.listen.empty()) {
     NotBuilt::throwException("--listen " + options.remote.listen.front() +
+                             ": this build has no remote services; expected none");
+  }
+  if (options.remote.isRowSocketGiven && !options.remote.rowSocket.empty()) {
+    NotBuilt::throwException("--rowdb-socket " + options.remote.rowSocket.string() +
                              ": this build has no remote services; expected none");
   }
   return std::make_unique<NoServices>();

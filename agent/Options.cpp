@@ -86,6 +86,9 @@ void addRemoteOptions(CLI::App& app, RemoteOptions& remote) {
   app.add_option("--run-dir", remote.runDir,
                  "Directory for the agent's sockets and addresses (default: $P4RT_RUN_DIR, else "
                  "the root of the tables with .run)");
+  app.add_option("--rowdb-socket", remote.rowSocket,
+                 "Unix socket for vanectl, or none (default: rowdb.sock in --run-dir; with --once: "
+                 "none)");
   const auto limit = [&](const char* name, uint32_t& value, uint32_t most, const char* help) {
     app.add_option(name, value, help)->check(CLI::Range(uint32_t{1}, most))->capture_default_str();
   };
@@ -95,6 +98,7 @@ void addRemoteOptions(CLI::App& app, RemoteOptions& remote) {
   limit("--max-calls", remote.calls, 10000, "Calls under way");
   limit("--max-waiting", remote.waiting, 10000, "Calls that wait for the tables");
   limit("--max-call-time", remote.callSeconds, 86400, "Seconds that a call may take");
+  limit("--max-watches", remote.watches, 10000, "Watches of the row database under way");
   limit("--keep-alive", remote.keepAliveSeconds, 86400,
         "Seconds after which a silent client is asked whether it lives");
 }
@@ -116,6 +120,12 @@ void finishRemoteOptions(Options& options) {
     throw CLI::ValidationError("--tls-cert, --tls-key, --tls-ca", "expected all three or none");
   }
   if (remote.runDir.empty()) remote.runDir = defaultRunDir(options.shoalRoot);
+  remote.isRowSocketGiven = !remote.rowSocket.empty();
+  if (remote.rowSocket == "none") {
+    remote.rowSocket.clear();
+  } else if (!remote.isRowSocketGiven && !options.once) {
+    remote.rowSocket = remote.runDir / "rowdb.sock";
+  }
 }
 
 }  // namespace
@@ -161,10 +171,13 @@ ParsedOptions parseOptions(int argc, char** argv) {
   app.add_flag("--print-p4info", options.printP4Info,
                "Print the P4Info that controllers are offered, and end");
   addRemoteOptions(app, options.remote);
-  auto* level =
-      app.add_option("--log-level", options.logLevel, "error, info or debug (default: info)")
-          ->transform(CLI::Transformer(std::map<std::string, LogLevel>{
-              {"error", LogLevel::error}, {"info", LogLevel::info}, {"debug", LogLevel::debug}}));
+  auto* level = app.add_option("--log-level", options.logLevel,
+                               "error, warning, info or debug (default: info)")
+                    ->transform(CLI::Transformer(
+                        std::map<std::string, LogLevel>{{"error", LogLevel::error},
+                                                        {"warning", LogLevel::warning},
+                                                        {"info", LogLevel::info},
+                                                        {"debug", LogLevel::debug}}));
   app.add_flag("--quiet", quiet, "The same as --log-level error")->excludes(level);
 
   try {

@@ -29,7 +29,10 @@ struct RemoteOptions {
   std::filesystem::path tlsKey;
   std::filesystem::path tlsAuthority;
   bool allowPlaintextRemote = false;
-  std::filesystem::path runDir;  // where the agent's sockets and the addresses it listens on are
+  std::filesystem::path runDir;     // where the agent's sockets and the addresses it listens on are
+  std::filesystem::path rowSocket;  // of the row database; empty: none
+  bool isRowSocketGiven = false;    // expressly, not by default
+  uint32_t watches = 64;
   uint32_t messageMiB = 128;
   uint32_t streamsPerRole = 16;
   uint32_t connections = 64;

@@ -18,10 +18,16 @@ class Services {
  public:
   virtual ~Services() = default;  // stops
 
-  // On the loop's thread, as all calls. `afterBatch` runs on the loop after each batch that may
-  // have changed tables. Throws what listening throws; nothing is served then.
-  virtual void start(EventLoop& loop, const std::shared_ptr<Vane::VaneDB>& database,
-                     std::function<void()> afterBatch) = 0;
+  // What services need of the agent; all on the loop's thread.
+  struct Needs {
+    EventLoop& loop;
+    std::shared_ptr<Vane::VaneDB> database;
+    std::function<void()> afterBatch;  // to be called after each batch that may have changed tables
+    std::function<uint64_t(const std::string& path)> capacityOf;  // of a table; 0: not known
+  };
+
+  // On the loop's thread, as all calls. Throws what listening throws; nothing is served then.
+  virtual void start(Needs needs) = 0;
   // Turns away calls that wait for the loop, ends the others, and returns when none is left.
   virtual void stop() = 0;
   // The P4Info that is offered to controllers, as text. Needs the plug-ins, but no tables.

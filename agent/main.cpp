@@ -1,7 +1,9 @@
+#include <fmt/format.h>
+
+#include <cstdio>
 #include <exception>
 
 #include "agent/Agent.h"
-#include "agent/Log.h"
 #include "agent/Options.h"
 #include "agent/Services.h"
 
@@ -12,7 +14,8 @@ int main(int argc, char** argv) {
     auto services = Agent::makeServices(options);
     return Agent::P4rtAgent(std::move(options), std::move(services)).run();
   } catch (const std::exception& failure) {
-    Agent::Log::error("{}", failure.what());
+    // What keeps the agent from starting, or ends it, is for whoever started it.
+    fmt::print(stderr, "p4rt-agent: {}\n", failure.what());
     return 1;
   }
 }

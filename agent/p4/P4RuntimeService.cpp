@@ -116,7 +116,7 @@ grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, const Work& 
   try {
     return work(call.deadline());
   } catch (const std::exception& failure) {
-    Log::error("P4Runtime: {}", failure.what());
+    Log::error("callFailed", {{"service", "p4runtime"}}, "P4Runtime: {}", failure.what());
     return Rpc::refusal(StatusCode::INTERNAL, failure.what());
   }
 }

@@ -1,4 +1,5 @@
-// What the agent serves over sockets: P4Runtime on the addresses of --listen.
+// What the agent serves over sockets: P4Runtime on the addresses of --listen, and the row database
+// on a Unix socket.
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -13,6 +14,8 @@
 #include "agent/p4/P4Info.h"
 #include "agent/p4/P4RuntimeService.h"
 #include "agent/p4/RowTarget.h"
+#include "agent/rows/Refusal.h"
+#include "agent/rows/RowService.h"
 #include "agent/rpc/RunDirectory.h"
 #include "agent/rpc/Server.h"
 
@@ -50,27 +53,37 @@ Rpc::Server::Settings serverSettings(const RemoteOptions& remote) {
   return settings;
 }
 
-class RpcServices final : public Services {
+class RpcServices final : public Services, private Rows::Host {
  public:
   explicit RpcServices(const Options& options)
       : remote_(options.remote),
+        shoalRoot_(options.shoalRoot),
         capacities_(capacitiesByRowTable(options)),
         settings_(serverSettings(options.remote)) {}
   ~RpcServices() override { end(); }
 
-  void start(EventLoop& loop, const std::shared_ptr<Vane::VaneDB>& database,
-             std::function<void()> afterBatch) override {
-    if (settings_.addresses.empty()) return;
-    gate_ = std::make_unique<LoopGate>(loop, remote_.waiting);
+  void start(Needs needs) override {
+    needs_ = std::make_unique<Needs>(std::move(needs));
+    gate_ = std::make_unique<LoopGate>(needs_->loop, remote_.waiting);
+    if (!settings_.addresses.empty()) serveP4Runtime();
+    if (!remote_.rowSocket.empty()) serveRows();
+  }
+
+  void stop() override { end(); }
+
+  std::string p4InfoText() const override { return P4::p4InfoText(P4::Roles(capacities_)); }
+
+ private:
+  void serveP4Runtime() {
     calls_ = std::make_unique<Rpc::Calls>(
         Rpc::Calls::Limits{.calls = remote_.calls,
                            .connections = remote_.connections,
                            .longest = std::chrono::seconds(remote_.callSeconds)});
     target_ = std::make_unique<P4::RowTarget>(
-        database, *gate_,
+        needs_->database, *gate_,
         P4::RowTarget::Options{.capacities = capacities_,
                                .hasFixedPipeline = remote_.ownPipeline,
-                               .afterBatch = std::move(afterBatch)});
+                               .afterBatch = needs_->afterBatch});
     p4Runtime_ = std::make_unique<P4::P4RuntimeService>(
         *target_, *calls_,
         P4::Arbitration::Limits{.deviceId = remote_.deviceId,
@@ -80,35 +93,105 @@ class RpcServices final : public Services {
     addressFile_ =
         std::make_unique<Rpc::AddressFile>(remote_.runDir, "p4runtime.addr", server_->addresses());
     for (const Rpc::ListenAddress& address : server_->addresses()) {
-      Log::info("P4Runtime on {}, device {}", address.text(), remote_.deviceId);
+      Log::info(
+          "listening",
+          {{"service", "p4runtime"}, {"address", address.text()}, {"device", remote_.deviceId}},
+          "P4Runtime on {}, device {}", address.text(), remote_.deviceId);
     }
   }
 
-  void stop() override { end(); }
+  // A place by default that cannot be had, such as one whose path is too long for a socket, costs
+  // the socket only.
+  void serveRows() {
+    try {
+      listenForRows();
+    } catch (const std::exception& failure) {
+      if (remote_.isRowSocketGiven) throw;
+      Log::error("notListening", {{"service", "rowdb"}}, "the row database is not served: {}",
+                 failure.what());
+    }
+  }
 
-  std::string p4InfoText() const override { return P4::p4InfoText(P4::Roles(capacities_)); }
+  void listenForRows() {
+    Rpc::Server::Settings settings;
+    settings.addresses.push_back(Rpc::listenAddress("unix:" + remote_.rowSocket.string()));
+    settings.limits = settings_.limits;
+    if (!remote_.isRowSocketGiven) Rpc::makeRunDirectory(remote_.runDir);
+    Rows::WatchLimits limits;
+    limits.watches = remote_.watches;
+    rows_ = std::make_unique<Rows::RowService>(*needs_->database, needs_->loop, *gate_,
+                                               static_cast<Rows::Host&>(*this), limits);
+    rowServer_ = std::make_unique<Rpc::Server>(settings, std::vector<grpc::Service*>{rows_.get()});
+    Log::info("listening",
+              {{"service", "rowdb"}, {"address", rowServer_->addresses().front().text()}},
+              "row database on {}", remote_.rowSocket.string());
+  }
 
- private:
+  // What the row service asks of the agent.
+  void wrote() override { needs_->afterBatch(); }
+  uint64_t capacityOf(const Rows::OfferedTable& table) override {
+    return needs_->capacityOf(table.path());
+  }
+  std::string logLevel() const override { return std::string(Log::nameOf(Log::level())); }
+  bool logLevelIs(const std::string& word) override {
+    const auto level = Log::levelOf(word);
+    if (level) Log::levelIs(*level);
+    return level.has_value();
+  }
+  void describe(vane::rowdb::v1::Status& status) override {
+    status.set_pid(static_cast<uint64_t>(::getpid()));
+    status.set_uptime_seconds(
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begun_).count());
+    status.set_version(AGENT_VERSION);
+    status.set_shoal_root(shoalRoot_.string());
+    for (const auto* server : {server_.get(), rowServer_.get()}) {
+      if (server == nullptr) continue;
+      for (const auto& address : server->addresses()) status.add_listening(address.text());
+    }
+    if (target_) describeP4Runtime(status);
+  }
+  void describeP4Runtime(vane::rowdb::v1::Status& status) const {
+    const P4::Counters counters = target_->counters();
+    status.set_p4_writes(counters.updatesApplied);
+    status.set_p4_reads(counters.entitiesRead);
+    for (size_t code = 0; code < counters.errors.size(); ++code) {
+      if (counters.errors[code] == 0) continue;
+      auto& error = *status.add_errors();
+      error.set_reason(
+          fmt::format("p4runtime {}", Rows::nameOf(static_cast<grpc::StatusCode>(code))));
+      error.set_count(counters.errors[code]);
+    }
+  }
+
   void end() {
     addressFile_.reset();
     // First what waits for the loop, which does not turn any more, then what waits for clients.
     if (gate_) gate_->close();
     if (p4Runtime_) p4Runtime_->stop();
+    if (rows_) rows_->close();
     if (server_) server_->stop(lastCalls);
+    if (rowServer_) rowServer_->stop(lastCalls);
+    rowServer_.reset();
+    rows_.reset();
     server_.reset();
     p4Runtime_.reset();
     target_.reset();
   }
 
   const RemoteOptions remote_;
+  const std::filesystem::path shoalRoot_;
+  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   const std::map<std::string, uint64_t> capacities_;
   const Rpc::Server::Settings settings_;
+  std::unique_ptr<Needs> needs_;  // once started
   std::unique_ptr<LoopGate> gate_;
   std::unique_ptr<Rpc::Calls> calls_;
   std::unique_ptr<P4::RowTarget> target_;
   std::unique_ptr<P4::P4RuntimeService> p4Runtime_;
   std::unique_ptr<Rpc::Server> server_;
   std::unique_ptr<Rpc::AddressFile> addressFile_;
+  std::unique_ptr<Rows::RowService> rows_;
+  std::unique_ptr<Rpc::Server> rowServer_;
 };
 
 }  // namespace

@@ -21,7 +21,7 @@ namespace {
 using Credentials = std::shared_ptr<grpc::ServerCredentials>;
 
 // The library's own remarks, of which there are many for one cause, are for those who look closely.
-void logLibrary(gpr_log_func_args* args) { Log::debug("gRPC: {}", args->message); }
+void logLibrary(gpr_log_func_args* args) { Log::debug("library", {}, "gRPC: {}", args->message); }
 
 std::string contentOf(const std::filesystem::path& file, std::string_view what) {
   std::ifstream in(file, std::ios::binary);

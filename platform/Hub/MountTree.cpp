@@ -134,6 +134,11 @@ void MountTree::unmount(const std::string& path) {
   }
 }
 
+uint64_t MountTree::capacityOf(const std::string& path) const {
+  const auto found = mounted_.find(path);
+  return found == mounted_.end() ? 0 : found->second.entity->store()->capacity();
+}
+
 void MountTree::flush() const {
   for (const auto& [path, mounted] : mounted_) mounted.entity->store()->wakeFollowers();
 }

@@ -23,6 +23,7 @@ class MountTree {
   void cleanup(const std::string& path);
   void unmount(const std::string& path);
   void flush() const;
+  uint64_t capacityOf(const std::string& path) const;
 
   const Post& post() const { return options_.post; }
   const Kit::Ptr<Kit::Dir>& root() const { return root_; }

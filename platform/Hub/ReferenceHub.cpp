@@ -114,6 +114,10 @@ Kit::Ptr<Kit::Dir> rootDir(const Kit::Ptr<EntityManager>& entityManager) {
   return treeOf(entityManager).root();
 }
 
+uint64_t mountedCapacity(const Kit::Ptr<EntityManager>& entityManager, const std::string& path) {
+  return treeOf(entityManager).capacityOf(path);
+}
+
 void flushMounts(const Kit::Ptr<EntityManager>& entityManager) { treeOf(entityManager).flush(); }
 
 }  // namespace Hub

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <string>
 
 #include "platform/Guard/Exception.h"
 #include "platform/Hub/EntityManager.h"
@@ -43,6 +44,9 @@ Kit::Ptr<EntityManager> makeEntityManager(HubOptions options);
 
 // The directory at the root of the manager's tree.
 Kit::Ptr<Kit::Dir> rootDir(const Kit::Ptr<EntityManager>& entityManager);
+
+// How many entries the table that is mounted at this path has room for; 0 if none is.
+uint64_t mountedCapacity(const Kit::Ptr<EntityManager>& entityManager, const std::string& path);
 
 // Wakes the followers of every mounted table; the loop calls it when it has finished a batch.
 void flushMounts(const Kit::Ptr<EntityManager>& entityManager);

@@ -113,13 +113,19 @@ class Demo {
 
  private:
   std::vector<std::string> agentArguments() const {
-    std::vector<std::string> arguments{
-        options_.agent, "--shoal-root", root_.path().string(), "--load",       "-",
-        "--follow",     "--quiet",      "--on-exit",           options_.onExit};
-    if (hasP4Runtime()) {
-      arguments.insert(arguments.end(),
-                       {"--listen", "127.0.0.1:0", "--run-dir", root_.runDirectory().string()});
-    }
+    std::vector<std::string> arguments{options_.agent,
+                                       "--shoal-root",
+                                       root_.path().string(),
+                                       "--run-dir",
+                                       root_.runDirectory().string(),
+                                       "--listen",
+                                       hasP4Runtime() ? "127.0.0.1:0" : "none",
+                                       "--load",
+                                       "-",
+                                       "--follow",
+                                       "--quiet",
+                                       "--on-exit",
+                                       options_.onExit};
     if (options_.plugin) {
       arguments.push_back("--plugin");
       arguments.push_back(*options_.plugin);
@@ -243,7 +249,9 @@ class Demo {
   }
 
   // A build for 32 bits has neither the service nor the client.
-  static bool hasP4Runtime() { return fs::exists(siblingProgram("p4rt-client")); }
+  bool hasP4Runtime() const {
+    return !options_.rowsOnly && fs::exists(siblingProgram("p4rt-client"));
+  }
 
   void speakP4Runtime() {
     if (!hasP4Runtime()) return;

@@ -18,7 +18,8 @@ struct DemoOptions {
   std::optional<std::string> plugin;  // as the agent's option
   std::string onExit = "detach";      // or "empty"
   bool once = false;
-  bool quiet = false;  // only the verdict
+  bool rowsOnly = false;  // nothing through P4Runtime
+  bool quiet = false;     // only the verdict
 };
 
 // Returns the exit status: 0 if all is right.

@@ -41,6 +41,7 @@ int run(int argc, char** argv) {
   app.name("routing-demo");
   addModelOptions(app, options.model);
   app.add_flag("--once", options.once, "End when everything has been checked");
+  app.add_flag("--rows-only", options.rowsOnly, "Leave out the part that goes through P4Runtime");
   app.add_flag("--quiet", options.quiet, "Print the verdict only");
   app.add_option(
       "--root", options.root,

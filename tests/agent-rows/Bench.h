@@ -86,6 +86,7 @@ class Bench {
   void stop() {
     if (!server_) return;
     service_->close();
+    stub.reset();  // a connection that nobody looks at would hold up the end
     server_->Shutdown(std::chrono::system_clock::now() + std::chrono::seconds(10));
     onLoop([this] { loop_->stop(); });
     server_.reset();

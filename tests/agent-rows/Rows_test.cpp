@@ -393,7 +393,14 @@ TEST_F(RowServiceTest, TheLogLevelIsToldChangedAndRefused) {
 
 TEST_F(RowServiceTest, ACallThatTheLoopDoesNotComeToInTimeHasExceededItsDeadline) {
   std::promise<void> go;
-  std::thread holder([&] { bench.gate().run([&] { go.get_future().get(); }); });
+  std::promise<void> held;
+  std::thread holder([&] {
+    bench.gate().run([&] {
+      held.set_value();
+      go.get_future().get();
+    });
+  });
+  held.get_future().get();
   v1::Table response;
   v1::DescribeTableRequest request;
   request.set_table(routes);

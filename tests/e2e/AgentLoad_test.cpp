@@ -231,12 +231,12 @@ TEST(AgentLoad, ABadLineIsReportedByNumberWithWhatWasExpectedAndFoundAndTheRestG
   std::vector<std::string> expected;
   for (size_t i = 0; i < cases.size(); ++i) {
     input += cases[i].first + "\n" + setLine("VaneIpv4Fallback", route(static_cast<int>(i)));
-    expected.push_back("p4rt-agent: standard input: line " + std::to_string(2 * i + 1) + ": " +
+    expected.push_back("standard input: line " + std::to_string(2 * i + 1) + ": " +
                        cases[i].second);
   }
   const auto loaded = load(scratch.root(), input, {"--quiet"});
   EXPECT_EQ(loaded.status, 1);
-  const auto found = lines(loaded.err);
+  const auto found = loggedTexts(loaded.err);
   ASSERT_EQ(found.size(), expected.size()) << loaded.err;
   for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(found[i], expected[i]);
   const auto left = entries(scratch.root());
@@ -300,7 +300,8 @@ TEST(AgentLoad, AFileThatIsNotThereFailsTheRunInOneLine) {
   const auto loaded =
       run(agentOn(scratch.root(), {"--load", "/nonexistent/rows", "--once", "--quiet"}));
   EXPECT_EQ(loaded.status, 1);
-  EXPECT_EQ(loaded.err, "p4rt-agent: /nonexistent/rows: No such file or directory\n");
+  EXPECT_EQ(loggedTexts(loaded.err),
+            std::vector<std::string>{"/nonexistent/rows: No such file or directory"});
 }
 
 TEST(AgentLoad, AFileIsLoadedLikeStandardInputAlsoWhenItIsGzip) {
@@ -372,9 +373,10 @@ TEST(AgentPrefixes, ALineThatIsNoPrefixIsReportedByNumber) {
   const std::string list = scratch.file("list", "10.0.0.0/8\n10.0.0.0\n11.0.0.0/8\n");
   const auto loaded = run(agentOn(scratch.root(), {"--prefixes", list, "--once", "--quiet"}));
   EXPECT_EQ(loaded.status, 1);
-  EXPECT_EQ(loaded.err, "p4rt-agent: " + list +
-                            ": line 2: expected a prefix without host bits such as 10.0.0.0/8 or "
-                            "2001:db8::/32, found \"10.0.0.0\"\n");
+  EXPECT_EQ(loggedTexts(loaded.err),
+            std::vector<std::string>{
+                list + ": line 2: expected a prefix without host bits such as 10.0.0.0/8 or "
+                       "2001:db8::/32, found \"10.0.0.0\""});
   EXPECT_EQ(entries(scratch.root()).at("VaneIpv4Override"), 1u);
   EXPECT_EQ(entries(scratch.root()).at("VaneIpv4Fallback"), 1u);
 }
@@ -385,7 +387,8 @@ TEST(AgentPrefixes, AGzipListThatIsCutShortFailsTheRun) {
   std::filesystem::resize_file(whole, std::filesystem::file_size(whole) - 9);
   const auto loaded = run(agentOn(scratch.root(), {"--prefixes", whole, "--once", "--quiet"}));
   EXPECT_EQ(loaded.status, 1);
-  EXPECT_EQ(loaded.err, "p4rt-agent: " + whole + ": ends in the middle of its gzip data\n");
+  EXPECT_EQ(loggedTexts(loaded.err),
+            std::vector<std::string>{whole + ": ends in the middle of its gzip data"});
 }
 
 TEST(AgentFollow, EveryChangeIsAccountedForByIndex) {

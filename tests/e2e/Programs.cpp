@@ -207,4 +207,52 @@ std::vector<std::string> lines(const std::string& text) {
   return found;
 }
 
+namespace {
+
+// Takes a value, in quotes or plain, off the front of `rest`.
+std::string takeValue(std::string& rest) {
+  if (!rest.starts_with('"')) {
+    const std::string value = rest.substr(0, rest.find(' '));
+    rest.erase(0, value.size());
+    return value;
+  }
+  std::string value;
+  for (size_t i = 1; i < rest.size(); ++i) {
+    if (rest[i] == '"') {
+      rest.erase(0, i + 1);
+      return value;
+    }
+    if (rest[i] == '\\') ++i;
+    value += rest.at(i);
+  }
+  throw std::runtime_error("a quote that does not end: " + rest);
+}
+
+}  // namespace
+
+std::vector<std::map<std::string, std::string>> logged(const std::string& log) {
+  std::vector<std::map<std::string, std::string>> events;
+  for (const std::string& line : lines(log)) {
+    auto& event = events.emplace_back();
+    event["time"] = line.substr(0, line.find(' '));
+    std::string rest = line.substr(event["time"].size());
+    while (!rest.empty()) {
+      const size_t equals = rest.find('=');
+      if (rest[0] != ' ' || equals == std::string::npos) {
+        throw std::runtime_error("not a line of a log: " + line);
+      }
+      const std::string key = rest.substr(1, equals - 1);
+      rest.erase(0, equals + 1);
+      event[key] = takeValue(rest);
+    }
+  }
+  return events;
+}
+
+std::vector<std::string> loggedTexts(const std::string& log) {
+  std::vector<std::string> texts;
+  for (const auto& event : logged(log)) texts.push_back(event.at("text"));
+  return texts;
+}
+
 }  // namespace E2e

@@ -87,5 +87,9 @@ std::vector<Json> shownRows(const std::string& root, const std::string& table);
 std::map<std::string, uint64_t> entries(const std::string& root);
 
 std::vector<std::string> lines(const std::string& text);
+// The events of a log by their keys: time, level, event and others; throws for a line that is none.
+std::vector<std::map<std::string, std::string>> logged(const std::string& log);
+// The text of each.
+std::vector<std::string> loggedTexts(const std::string& log);
 
 }  // namespace E2e

@@ -237,6 +237,11 @@ class Switch {
     target_.reset();
     for (const auto& plugin : plugins) context->pluginDir()->entityDel(plugin->name());
     plugins.clear();
+    // The plug-in's loader keeps its tables until it starts another; as a process that ends would,
+    // let them go.
+    for (const auto& table : Agent::routingTables()) {
+      KitShoal::Mount(manager).doUnmount(Kit::String(table.path));
+    }
     Vane::VaneDB::currentIs(nullptr);
     database_.reset();
   }

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "agent/ConfigFile.h"
 #include "agent/Tables.h"
 
 namespace Agent {
@@ -170,6 +171,12 @@ ParsedOptions parseOptions(int argc, char** argv) {
                "Report the tables on standard output, as JSON, when the inputs have ended");
   app.add_flag("--print-p4info", options.printP4Info,
                "Print the P4Info that controllers are offered, and end");
+  fs::path config;
+  bool checkConfig = false;
+  auto* configOption =
+      app.add_option("--config", config, "A TOML file with options as keys; the command line wins");
+  app.add_flag("--check-config", checkConfig, "Read the configuration, say what is wrong, and end")
+      ->needs(configOption);
   addRemoteOptions(app, options.remote);
   auto* level = app.add_option("--log-level", options.logLevel,
                                "error, warning, info or debug (default: info)")
@@ -182,10 +189,16 @@ ParsedOptions parseOptions(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
+    if (!config.empty()) applyConfigFile(config, app);
     for (const std::string& text : capacities) options.capacities.insert(parseCapacity(text));
     finishRemoteOptions(options);
   } catch (const CLI::ParseError& error) {
     parsed.exitStatus = app.exit(error) == 0 ? 0 : usageError;
+    return parsed;
+  }
+  if (checkConfig) {
+    fmt::print("{}: nothing is wrong\n", config.string());
+    parsed.exitStatus = 0;
     return parsed;
   }
   if (quiet) options.logLevel = LogLevel::error;

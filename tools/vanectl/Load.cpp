@@ -86,10 +86,10 @@ class Loader {
       if (op != "set" && op != "del") {
         throw std::runtime_error(fmt::format("op: expected set, del or clear, found \"{}\"", op));
       }
+      std::string row = command.at("row").dump();
       v1::RowChange& change = *batch_.add_changes();
       change.set_table(table);
-      v1::Row& row = op == "set" ? *change.mutable_set() : *change.mutable_del();
-      row.set_json(command.at("row").dump());
+      (op == "set" ? change.mutable_set() : change.mutable_del())->set_json(std::move(row));
       lines_.push_back(line_);
       bytes_ += line.size();
     } catch (const nlohmann::json::exception& error) {
@@ -130,25 +130,22 @@ class Loader {
     progress_.show(applied_);
   }
 
+  // Lines are told in their order, and what comes before a bad one is applied.
   void bad(uint64_t line, const std::string& cause) {
+    send();
     ++refused_;
     progress_.clear();
     const std::string text = fmt::format("{}: line {}: {}", name(), line, cause);
-    if (options_.strict) {
-      flushBefore(line);
-      throw Failure(ExitCode::failed, text);
-    }
+    if (options_.strict) throw Failure(ExitCode::failed, text);
     Tools::complain("vanectl", text);
   }
 
-  // The lines before a bad one have been taken as they stand.
-  void flushBefore(uint64_t line) {
-    if (!lines_.empty() && lines_.front() < line) send();
-  }
-
-  // "[json.exception.parse_error.101] parse error ...": without the library's own name.
+  // "[json.exception.parse_error.101] parse error at line 1, column 2: syntax error ...": without
+  // the library's own name and places.
   static std::string withoutName(const std::string& text) {
+    const size_t syntax = text.find("syntax error");
     const size_t end = text.find("] ");
+    if (syntax != std::string::npos) return text.substr(syntax);
     return end == std::string::npos ? text : text.substr(end + 2);
   }
 

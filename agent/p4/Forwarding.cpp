@@ -25,6 +25,8 @@ std::string called(const Role& role, const Vane::BaseRow& row) {
   return fmt::format("table \"{}\": VRF {}, {}", role.name, key.id, key.prefix.text());
 }
 
+const Vane::BaseRow none;
+
 bool isOneShot(const Role& role, const Vane::BaseRow& row) {
   return role.kind == Kind::route && !row.isNull() && destinationOf(role, row).isOneShot();
 }
@@ -54,39 +56,42 @@ void Forwarding::apply(Update& update, const Pipeline& pipeline) {
   }
 }
 
+// An old entry is as good as gone: it is replaced.
 void Forwarding::insert(Update& update, const Pipeline& pipeline) {
   const Role& role = *update.role;
-  if (!store_.row(role, update.row).isNull()) {
+  const Vane::BaseRow before = store_.row(role, update.row);
+  if (!before.isNull() && !store_.isOld(role, before)) {
     fail(StatusCode::ALREADY_EXISTS, "{} is there already", called(role, update.row));
   }
-  const uint64_t room = pipeline.part(role).size;
-  if (role.isTable() && store_.size(role) >= room) {
-    fail(StatusCode::RESOURCE_EXHAUSTED, "table \"{}\" is full: it has {} entries", role.name,
-         room);
-  }
-  static const Vane::BaseRow none;
-  needReferences(update);
-  needOneStyle(update, none);
-  needSlots(update, none, pipeline);
-  if (update.oneShot) putOneShot(update, pipeline);
-  put(role, update.row, none, std::move(update.side), pipeline);
+  set(update, before, pipeline);
 }
 
 void Forwarding::modify(Update& update, const Pipeline& pipeline) {
   const Role& role = *update.role;
   const Vane::BaseRow before = store_.row(role, update.row);
   if (before.isNull()) fail(StatusCode::NOT_FOUND, "{} is not there", called(role, update.row));
-  if (update.keepsAction) {
-    keepAction(update, before);
-  } else {
-    needReferences(update);
-    needOneStyle(update, before);
-    needSlots(update, before, pipeline);
-    if (update.oneShot) putOneShot(update, pipeline);
-  }
+  if (update.keepsAction) keepAction(update, before);
   needSameMaxSize(update, before);
+  set(update, before, pipeline);
+}
+
+void Forwarding::set(Update& update, const Vane::BaseRow& before, const Pipeline& pipeline) {
+  const Role& role = *update.role;
+  const Vane::BaseRow& counted = before.isNull() || store_.isOld(role, before) ? none : before;
+  needRoom(update, counted, pipeline);
+  if (!update.keepsAction) {
+    needReferences(update);
+    needOneStyle(update, counted);
+    needSlots(update, counted, pipeline);
+  }
+  Held held;
+  if (isOneShot(role, before) && !update.keepsAction) {
+    store_.announce(role, before);
+    held = heldBy(role, before);
+  }
+  if (update.oneShot) putOneShot(update, held, pipeline);
   put(role, update.row, before, std::move(update.side), pipeline);
-  if (isOneShot(role, before) && !update.keepsAction) removeOneShot(before, role);
+  removeUnused(held);
 }
 
 void Forwarding::remove(const Role& role, const Vane::BaseRow& before) {
@@ -100,8 +105,20 @@ void Forwarding::remove(const Role& role, const Vane::BaseRow& before) {
            uses);
     }
   }
+  const Held held = isOneShot(role, before) ? heldBy(role, before) : Held{};
   store_.del(role, before);
-  if (isOneShot(role, before)) removeOneShot(before, role);
+  removeUnused(held);
+}
+
+// `counted` is the row that makes place for the new one; null: none.
+void Forwarding::needRoom(const Update& update, const Vane::BaseRow& counted,
+                          const Pipeline& pipeline) const {
+  const Role& role = *update.role;
+  const uint64_t room = pipeline.part(role).size;
+  if (counted.isNull() && role.isTable() && store_.stayingSize(role) >= room) {
+    fail(StatusCode::RESOURCE_EXHAUSTED, "table \"{}\" is full: it has {} entries", role.name,
+         room);
+  }
 }
 
 // Ids of ours are never there for clients.
@@ -125,23 +142,22 @@ void Forwarding::needReferences(const Update& update) {
   }
 }
 
-// The routes of all tables use the profile in one style or in the other; `before` does not count,
-// it goes.
-void Forwarding::needOneStyle(const Update& update, const Vane::BaseRow& before) {
+// The routes of all tables use the profile in one style or in the other.
+void Forwarding::needOneStyle(const Update& update, const Vane::BaseRow& counted) {
   const Role& role = *update.role;
   if (role.kind != Kind::route) return;
-  const bool wasOneShot = isOneShot(role, before);
+  const bool wasOneShot = isOneShot(role, counted);
   if (update.oneShot) {
-    const bool wasPlain = !before.isNull() && !wasOneShot &&
-                          destinationOf(role, before).type != DestinationType::none;
-    if (store_.references().plainRoutes() > (wasPlain ? 1 : 0)) {
+    const bool wasPlain = !counted.isNull() && !wasOneShot &&
+                          destinationOf(role, counted).type != DestinationType::none;
+    if (store_.stayingReferences().plainRoutes() > (wasPlain ? 1 : 0)) {
       invalid(
           "{}: other entries use members or groups of the action profile; one-shot action sets "
           "cannot be mixed with them",
           called(role, update.row));
     }
   } else if (store_.mayHaveOneShots() &&
-             store_.references().oneShotRoutes() > (wasOneShot ? 1 : 0)) {
+             store_.stayingReferences().oneShotRoutes() > (wasOneShot ? 1 : 0)) {
     invalid(
         "{}: other entries use one-shot action sets; members or groups of the action profile "
         "cannot be mixed with them",
@@ -149,7 +165,7 @@ void Forwarding::needOneStyle(const Update& update, const Vane::BaseRow& before)
   }
 }
 
-void Forwarding::needSlots(const Update& update, const Vane::BaseRow& before,
+void Forwarding::needSlots(const Update& update, const Vane::BaseRow& counted,
                            const Pipeline& pipeline) {
   const Role& role = *update.role;
   const Role& group = roles_.group();
@@ -157,12 +173,18 @@ void Forwarding::needSlots(const Update& update, const Vane::BaseRow& before,
   uint64_t fewer = 0;
   if (update.oneShot) {
     for (const uint32_t weight : update.oneShot->weights) more += weight;
+    if (isOneShot(role, counted)) {
+      const Held held = heldBy(role, counted);
+      if (isOnlyUse(held) && !store_.isOld(group, held.group)) {
+        fewer = group.get(held.group, group.members).size();
+      }
+    }
   } else if (role.kind == Kind::group) {
     more = role.get(update.row, role.members).size();
-    if (!before.isNull()) fewer = role.get(before, role.members).size();
+    if (!counted.isNull()) fewer = role.get(counted, role.members).size();
   }
   if (more <= fewer) return;
-  const uint64_t slots = store_.references().slots();
+  const uint64_t slots = store_.stayingReferences().slots();
   const uint64_t room = pipeline.part(group).size;
   if (slots - std::min(slots, fewer) + more > room) {
     fail(StatusCode::RESOURCE_EXHAUSTED, "action profile \"{}\" is full: its groups have {} of {}",
@@ -170,15 +192,15 @@ void Forwarding::needSlots(const Update& update, const Vane::BaseRow& before,
   }
 }
 
-// What was given before this run is not known; then any is taken.
+// Of a group that others wrote, or that was there before this run, it is not known; then any is
+// taken.
 void Forwarding::needSameMaxSize(const Update& update, const Vane::BaseRow& before) const {
   const Role& role = *update.role;
-  if (role.kind != Kind::group || !store_.isOfThisRun(role.get(before, role.entryHandle))) return;
+  if (role.kind != Kind::group) return;
   const SidePtr side = store_.side(role, before);
-  const int32_t had = side ? side->maxSize : 0;
-  const int32_t given = update.side ? update.side->maxSize : 0;
-  if (had != given) {
-    invalid("{}: max_size {} cannot be changed, found {}", called(role, before), had, given);
+  if (side && side->maxSize != update.side->maxSize) {
+    invalid("{}: max_size {} cannot be changed, found {}", called(role, before), side->maxSize,
+            update.side->maxSize);
   }
 }
 
@@ -192,45 +214,67 @@ void Forwarding::keepAction(Update& update, const Vane::BaseRow& before) const {
   update.side = side.isDefault() ? nullptr : std::make_shared<SideData>(std::move(side));
 }
 
-void Forwarding::putOneShot(Update& update, const Pipeline& pipeline) {
-  static const Vane::BaseRow none;
-  const Role& member = roles_.member();
+Forwarding::Held Forwarding::heldBy(const Role& role, const Vane::BaseRow& route) const {
+  Held held{.group = store_.row(roles_.group(), destinationOf(role, route).id), .shares = {}};
+  if (!held.group.isNull()) held.shares = sharesOf(roles_.group(), held.group);
+  return held;
+}
+
+bool Forwarding::isOnlyUse(const Held& held) {
+  return !held.group.isNull() &&
+         store_.references().usesOfGroup(idOf(roles_.group(), held.group)) == 1;
+}
+bool Forwarding::isOnlyUse(const Share& share) {
+  return isReservedId(share.member) &&
+         store_.references().usesOfMember(share.member) == share.weight;
+}
+
+void Forwarding::putOneShot(Update& update, const Held& before, const Pipeline& pipeline) {
   const Role& group = roles_.group();
   OneShot& shot = *update.oneShot;
+  std::vector<uint32_t> free;  // ids of members that are put over
+  if (isOnlyUse(before)) {
+    for (const Share& share : before.shares) {
+      if (isOnlyUse(share)) free.push_back(share.member);
+    }
+  }
   std::vector<uint32_t> members;
   std::vector<uint32_t> ports;
   for (size_t i = 0; i < shot.members.size(); ++i) {
-    const uint32_t id = store_.newReservedId(member);
-    const Field& key = member.keys.front();
-    member.layout.set(shot.members[i], member.layout.columns()[key.index], id);
-    put(member, shot.members[i], none, nullptr, pipeline);
+    const uint32_t id = putMember(shot.members[i], i < free.size() ? free[i] : 0, pipeline);
     members.insert(members.end(), shot.weights[i], id);
     ports.insert(ports.end(), shot.weights[i], shot.ports[i]);
   }
-  const uint32_t id = store_.newReservedId(group);
+  const Vane::BaseRow& over = isOnlyUse(before) ? before.group : none;
+  const uint32_t id = over.isNull() ? store_.newReservedId(group) : idOf(group, over);
   std::vector<Vane::ColumnValue> values;
   for (const auto& column : group.layout.columns()) values.push_back(Vane::zeroValue(column.type));
   values[group.keys.front().index] = id;
-  values[group.valid.index] = true;
-  values[group.entryId.index] = group.id;
   values[group.members.index] = std::move(members);
   values[group.watchPorts.index] = std::move(ports);
   Vane::BaseRow row = group.layout.row(group.rowTypeId, values);
-  put(group, row, none, nullptr, pipeline);
+  put(group, row, over, nullptr, pipeline);
   update.role->set(update.row, update.role->destinationId, id);
 }
 
-// requires: the route is gone, or refers to something else now.
-void Forwarding::removeOneShot(const Vane::BaseRow& route, const Role& role) {
+// `over`: the id of the member to be replaced; 0: none.
+uint32_t Forwarding::putMember(Vane::BaseRow& row, uint32_t over, const Pipeline& pipeline) {
+  const Role& member = roles_.member();
+  const uint32_t id = over != 0 ? over : store_.newReservedId(member);
+  member.layout.set(row, member.layout.columns()[member.keys.front().index], id);
+  put(member, row, store_.row(member, id), nullptr, pipeline);
+  return id;
+}
+
+// requires: the route is gone, or changed. Others may have written rows that use the same.
+void Forwarding::removeUnused(const Held& held) {
+  if (held.group.isNull()) return;
   const Role& group = roles_.group();
   const Role& member = roles_.member();
-  const uint32_t id = destinationOf(role, route).id;
-  const Vane::BaseRow row = store_.row(group, id);
-  // Others may have written rows that refer to it too.
-  if (row.isNull() || store_.references().usesOfGroup(id) != 0) return;
-  const auto shares = sharesOf(group, row);
-  store_.del(group, row);
-  for (const Share& share : shares) {
+  if (store_.references().usesOfGroup(idOf(group, held.group)) == 0) {
+    store_.del(group, store_.row(group, idOf(group, held.group)));
+  }
+  for (const Share& share : held.shares) {
     const Vane::BaseRow each = store_.row(member, share.member);
     if (!isReservedId(share.member) || each.isNull()) continue;
     if (store_.references().usesOfMember(share.member) == 0) store_.del(member, each);
@@ -252,17 +296,24 @@ void Forwarding::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& 
 template <class F>
 void Forwarding::removeRows(const Role& role, F unwanted) {
   auto& table = store_.table(role);
-  for (const auto at = table.begin(0); *at; ++*at) {
+  const uint64_t there = table.size();
+  uint64_t visited = 0;
+  for (const auto at = table.begin(0); *at; ++*at, ++visited) {
     const Vane::BaseRow row = **at;
-    if (unwanted(row)) store_.del(role, row);
+    if (!unwanted(row)) continue;
+    store_.del(role, row);
     store_.emptyJournal();
+  }
+  if (visited < there) {
+    fail(StatusCode::DATA_LOSS, "table {}: {} of {} rows could be read", role.rowTable, visited,
+         there);
   }
 }
 
-void Forwarding::keepOnly(const Pipeline& pipeline) {
+void Forwarding::removeOld() {
+  const auto recent = store_.endRecent();
   const auto isOld = [&](const Role& role, const Vane::BaseRow& row) {
-    return role.genId ? role.get(row, role.genId) != pipeline.number
-                      : !store_.recentKeys().contains(keyOf(role, row));
+    return !recent || !recent->has(role, row);
   };
   for (const Role& role : roles_.tables()) {
     removeRows(role, [&](const Vane::BaseRow& row) { return isOld(role, row); });
@@ -276,7 +327,6 @@ void Forwarding::keepOnly(const Pipeline& pipeline) {
     const uint32_t id = idOf(roles_.member(), row);
     return references.usesOfMember(id) == 0 && (isOld(roles_.member(), row) || isReservedId(id));
   });
-  store_.emptyRecentKeys();
 }
 
 void Forwarding::needRoomFor(const Pipeline& pipeline) const {
@@ -297,9 +347,7 @@ void Forwarding::needRoomFor(const Pipeline& pipeline) const {
     invalid("the groups of action profile \"{}\" have {} slots, more than the P4Info's {}",
             roles_.group().name, slots, pipeline.part(roles_.group()).size);
   }
-  auto& groups = store_.table(roles_.group());
-  for (const auto at = groups.begin(0); *at; ++*at) {
-    const Vane::BaseRow row = **at;
+  store_.forEachRow(roles_.group(), [&](const Vane::BaseRow& row) {
     const auto shares = sharesOf(roles_.group(), row);
     uint64_t size = 0;
     for (const Share& share : shares) size += share.weight;
@@ -307,7 +355,12 @@ void Forwarding::needRoomFor(const Pipeline& pipeline) const {
       invalid("{} has weights that add up to {}, which the P4Info does not allow",
               called(roles_.group(), row), size);
     }
-  }
+    const SidePtr side = store_.side(roles_.group(), row);
+    if (side && side->maxSize > static_cast<int32_t>(pipeline.maxGroupSize)) {
+      invalid("{} has a max_size of {}, more than the P4Info's {}", called(roles_.group(), row),
+              side->maxSize, pipeline.maxGroupSize);
+    }
+  });
 }
 
 }  // namespace Agent::P4

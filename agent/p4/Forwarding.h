@@ -23,25 +23,39 @@ class Forwarding {
   // journal.
   void apply(Update& update, const Pipeline& pipeline);
 
-  // Removes what was written before this pipeline, but for members and groups that what is left
-  // refers to.
-  void keepOnly(const Pipeline& pipeline);
+  // Removes what is old, but for members and groups that what is left refers to; nothing is old any
+  // more.
+  void removeOld();
   // Throws an INVALID_ARGUMENT Fault if what is there would not be possible under this pipeline.
   void needRoomFor(const Pipeline& pipeline) const;
 
  private:
   void insert(Update& update, const Pipeline& pipeline);
   void modify(Update& update, const Pipeline& pipeline);
+  void set(Update& update, const Vane::BaseRow& before, const Pipeline& pipeline);
   void remove(const Role& role, const Vane::BaseRow& before);
 
+  void needRoom(const Update& update, const Vane::BaseRow& counted, const Pipeline& pipeline) const;
   void needReferences(const Update& update);
-  void needOneStyle(const Update& update, const Vane::BaseRow& before);
-  void needSlots(const Update& update, const Vane::BaseRow& before, const Pipeline& pipeline);
+  void needOneStyle(const Update& update, const Vane::BaseRow& counted);
+  void needSlots(const Update& update, const Vane::BaseRow& counted, const Pipeline& pipeline);
   void needSameMaxSize(const Update& update, const Vane::BaseRow& before) const;
   void keepAction(Update& update, const Vane::BaseRow& before) const;
+  // The rows that hold a route's one-shot action set.
+  struct Held {
+    Vane::BaseRow group;  // null: there is none
+    std::vector<Share> shares;
+  };
+  Held heldBy(const Role& role, const Vane::BaseRow& route) const;
+  // Whether nothing but that route uses the group, and nothing but the group its member.
+  bool isOnlyUse(const Held& held);
+  bool isOnlyUse(const Share& share);
   // Writes the members and the group of a one-shot action set, and has the route refer to them.
-  void putOneShot(Update& update, const Pipeline& pipeline);
-  void removeOneShot(const Vane::BaseRow& route, const Role& role);
+  // They are put over those that hold the set before it.
+  void putOneShot(Update& update, const Held& before, const Pipeline& pipeline);
+  uint32_t putMember(Vane::BaseRow& row, uint32_t over, const Pipeline& pipeline);
+  // Removes what is not used any more.
+  void removeUnused(const Held& held);
   void put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before, SidePtr side,
            const Pipeline& pipeline);
   template <class F>

@@ -14,6 +14,8 @@ constexpr uint64_t tooHigh = uint64_t{1} << 63;
 
 uint64_t highest(uint64_t a, uint64_t found) { return found < tooHigh ? std::max(a, found) : a; }
 
+const Vane::BaseRow none;
+
 // A table answers for an absent key with a row of zeros. Only the key that is zero itself needs a
 // look at the other columns.
 bool isAbsent(const Role& role, const Vane::BaseRow& row) {
@@ -60,27 +62,26 @@ RowStore::~RowStore() {
   for (size_t i = 0; i < tables_.size(); ++i) tables_[i]->observerDel(observers_[i]);
 }
 
-template <class F>
-void RowStore::forEachRow(const Role& role, F f) const {
-  Vane::VaTableImplementation& rows = table(role);
-  for (const auto at = rows.begin(0); *at; ++*at) f(**at);
-}
-
 void RowStore::adopt() {
-  static const Vane::BaseRow none;
   uint64_t handle = 0;
   for (const Role& role : roles_.all()) {
-    forEachRow(role, [&](const Vane::BaseRow& row) {
-      references_.changed(role, none, row);
-      handle = highest(handle, role.get(row, role.entryHandle));
-      highestGenId_ = highest(highestGenId_, role.get(row, role.genId));
-      if (!role.isTable() && isReservedId(idOf(role, row))) {
-        lastReservedId_ = std::max(lastReservedId_, idOf(role, row));
-      }
-    });
+    try {
+      forEachRow(role, [&](const Vane::BaseRow& row) {
+        references_.changed(role, none, row);
+        handle = highest(handle, role.get(row, role.entryHandle));
+        highestGenId_ = highest(highestGenId_, role.get(row, role.genId));
+        if (!role.isTable() && isReservedId(idOf(role, row))) {
+          lastReservedId_ = std::max(lastReservedId_, idOf(role, row));
+        }
+      });
+    } catch (const Guard::CorruptionDetectedException& corrupt) {
+      loseReferences();
+      Log::error("tableCorrupt", {{"table", role.rowTable}}, "at the start: {}", corrupt.what());
+    }
   }
-  firstHandle_ = nextHandle_ = handle + 1;
-  removeOrphans();
+  nextHandle_ = handle + 1;
+  // What looks like an orphan may be used by a row that could not be read.
+  if (!isStale_) removeOrphans();
 }
 
 // An agent that was killed may have left a part of a one-shot action set. A table that is being
@@ -109,23 +110,30 @@ const References& RowStore::references() {
   return references_;
 }
 
+const References& RowStore::stayingReferences() {
+  const References& all = references();
+  return recent_ ? recent_->references_ : all;
+}
+
 void RowStore::rebuild() {
-  static const Vane::BaseRow none;
+  loseReferences();
   references_.clear();
-  std::unordered_map<uint64_t, SidePtr> kept;
+  if (recent_) recent_->references_.clear();
   for (const Role& role : roles_.all()) {
-    if (side_.empty() && (role.kind == Kind::member || role.kind == Kind::encap)) continue;
+    if (role.kind != Kind::route && role.kind != Kind::group) continue;
     forEachRow(role, [&](const Vane::BaseRow& row) {
       references_.changed(role, none, row);
-      const auto found = side_.find(role.get(row, role.entryHandle));
-      if (found != side_.end()) kept.insert(*found);
+      if (isRecent(role, row)) recent_->references_.changed(role, none, row);
     });
   }
-  side_.swap(kept);
   isStale_ = mayHaveForeignOneShots_ = false;
 }
 
+// What others put is none of what a client gave: it has no side data, and is not recent.
 void RowStore::foreignChange(const Role& role, const Vane::BaseRow& row) {
+  const EntityKey key = keyOf(role, row);
+  side_.erase(key);
+  if (recent_) recent_->keys_[role.index].erase(key);
   nextHandle_ = highest(nextHandle_, role.get(row, role.entryHandle) + 1);
   present_ = {};
   if (role.kind != Kind::encap) isStale_ = true;
@@ -144,6 +152,7 @@ Vane::BaseRow RowStore::row(const Role& role, uint32_t id) const {
 }
 
 bool RowStore::has(const Role& role, uint32_t id) {
+  if (id == 0) return !row(role, id).isNull();
   uint32_t& known = present_[role.index][id % present_[0].size()];
   if (known == id) return true;
   if (row(role, id).isNull()) return false;
@@ -153,7 +162,7 @@ bool RowStore::has(const Role& role, uint32_t id) {
 
 SidePtr RowStore::side(const Role& role, const Vane::BaseRow& row) const {
   if (side_.empty()) return nullptr;
-  const auto found = side_.find(role.get(row, role.entryHandle));
+  const auto found = side_.find(keyOf(role, row));
   return found == side_.end() ? nullptr : found->second;
 }
 
@@ -208,8 +217,7 @@ void RowStore::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& be
     settle(role, row, before);
     throw;
   }
-  follow(role, before, row, std::move(side));
-  recentIs(role, row, true);
+  follow(role, before, row, std::move(side), true);
   tally_.wrote(role);
 }
 
@@ -223,8 +231,7 @@ void RowStore::del(const Role& role, const Vane::BaseRow& before) {
     settle(role, before, before);
     throw;
   }
-  follow(role, before, Vane::BaseRow(), nullptr);
-  recentIs(role, before, false);
+  follow(role, before, none, nullptr, false);
   tally_.deleted(role);
 }
 
@@ -232,7 +239,7 @@ void RowStore::clear() {
   loseReferences();
   present_ = {};
   side_.clear();
-  recentKeys_.clear();
+  recent_.reset();
   journal_.clear();
   for (const Role& role : roles_.all()) write([&] { table(role).rowDelAll(); });
   references_.clear();
@@ -247,8 +254,7 @@ bool RowStore::undo(size_t mark) {
     const Vane::BaseRow& key = change.after.isNull() ? change.before : change.after;
     try {
       setOrRemove(role, key, change.before);
-      follow(role, change.after, change.before, std::move(change.sideBefore));
-      recentIs(role, key, change.wasRecent);
+      follow(role, change.after, change.before, std::move(change.sideBefore), change.wasRecent);
     } catch (const std::exception& failure) {
       undone = false;
       loseReferences();
@@ -275,38 +281,32 @@ void RowStore::settle(const Role& role, const Vane::BaseRow& key,
 
 // References that cannot follow are stale, not wrong.
 void RowStore::follow(const Role& role, const Vane::BaseRow& before, const Vane::BaseRow& after,
-                      SidePtr side) {
+                      SidePtr side, bool recent) {
+  const Vane::BaseRow& row = after.isNull() ? before : after;
+  const EntityKey key = keyOf(role, row);
   if (!isStale_) {
     loseReferences();
     references_.changed(role, before, after);
+    if (recent_) {
+      recent_->references_.changed(role, isRecent(role, row) ? before : none,
+                                   recent ? after : none);
+    }
     isStale_ = mayHaveForeignOneShots_ = false;
   }
+  if (recent_ && recent) recent_->keys_[role.index].insert(key);
+  if (recent_ && !recent) recent_->keys_[role.index].erase(key);
   if (!role.isTable() && after.isNull()) {
     uint32_t& known = present_[role.index][idOf(role, before) % present_[0].size()];
     known = 0;
   }
-  if (!before.isNull()) sideIs(role.get(before, role.entryHandle), nullptr);
-  if (!after.isNull()) sideIs(role.get(after, role.entryHandle), std::move(side));
+  sideIs(key, std::move(side));
 }
 
-void RowStore::sideIs(uint64_t handle, SidePtr side) {
+void RowStore::sideIs(const EntityKey& key, SidePtr side) {
   if (side) {
-    side_[handle] = std::move(side);
+    side_[key] = std::move(side);
   } else if (!side_.empty()) {
-    side_.erase(handle);
-  }
-}
-
-bool RowStore::isRecent(const Role& role, const Vane::BaseRow& row) const {
-  return !role.genId && recentKeys_.contains(keyOf(role, row));
-}
-
-void RowStore::recentIs(const Role& role, const Vane::BaseRow& row, bool recent) {
-  if (role.genId) return;
-  if (recent) {
-    recentKeys_.insert(keyOf(role, row));
-  } else {
-    recentKeys_.erase(keyOf(role, row));
+    side_.erase(key);
   }
 }
 

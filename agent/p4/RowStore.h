@@ -1,9 +1,10 @@
 // The forwarding state, in the tables of the row database, and what the agent knows beside it.
 //
 // Every change of ours goes through put() and del(): they keep a journal, from which changes can be
-// taken back; the counts of references; and the side data of entities, by entry handle. Rows may be
-// changed by others as well, through the row database: the counts are then made anew, by a scan,
-// when they are next needed.
+// taken back; the counts of references; and the side data of entities. Rows may be changed by
+// others as well, through the row database: the counts are then made anew, by a scan, when they are
+// next needed. A table that cannot be read to its end leaves them unknown, and asking for them
+// throws CorruptionDetectedException.
 //
 // On the agent's loop only.
 #pragma once
@@ -11,10 +12,13 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
+#include "agent/CompleteWalk.h"
 #include "agent/p4/Image.h"
 #include "agent/p4/References.h"
 #include "agent/p4/Roles.h"
@@ -51,6 +55,10 @@ class RowStore {
   SidePtr side(const Role& role, const Vane::BaseRow& row) const;
   Image image(const Role& role, Vane::BaseRow row) const;
 
+  // Something of what the row's entity is made of is about to change, though not the row itself.
+  void announce(const Role& role, const Vane::BaseRow& row) {
+    if (witness_) witness_->beforeChange(role, row, row);
+  }
   // `before` is the row of this key now; null: none. Throw what the table throws; then nothing has
   // changed.
   void put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before, SidePtr side);
@@ -64,6 +72,19 @@ class RowStore {
   bool undo(size_t mark);
   void emptyJournal() { journal_.clear(); }
 
+  // Every row of a table, which `f` leaves alone. Throws CorruptionDetectedException at the end if
+  // some could not be read.
+  template <class F>
+  void forEachRow(const Role& role, F f) const {
+    Vane::VaTableImplementation& rows = table(role);
+    CompleteWalk walk(rows);
+    for (const auto at = rows.begin(0); *at; ++*at) {
+      walk.visited();
+      f(**at);
+    }
+    walk.needAll(role.rowTable);
+  }
+
   // Up to date.
   const References& references();
   // False only if no route has a one-shot action set; known without a scan.
@@ -74,14 +95,35 @@ class RowStore {
   uint64_t highestGenId() const { return highestGenId_; }
   // Never given before, in this run, and above those found at its start.
   uint64_t newHandle() { return nextHandle_++; }
-  // Whether the agent gave this handle in this run, so that its side data is known.
-  bool isOfThisRun(uint64_t handle) const { return handle >= firstHandle_ && handle < nextHandle_; }
   // An id for a member or group of ours.
   uint32_t newReservedId(const Role& role);
 
-  // Keys of rows without genId that were put since this was last emptied and are still there.
-  const std::unordered_set<EntityKey, EntityKeyHash>& recentKeys() const { return recentKeys_; }
-  void emptyRecentKeys() { recentKeys_.clear(); }
+  // What we have put since a pipeline was saved and is still there. Everything else is old: it goes
+  // when that pipeline is committed.
+  class Recent {
+   public:
+    explicit Recent(const Roles& roles) : keys_(roles.all().size()), references_(roles) {}
+    bool has(const Role& role, const Vane::BaseRow& row) const {
+      return keys_[role.index].contains(keyOf(role, row));
+    }
+    uint64_t size(const Role& role) const { return keys_[role.index].size(); }
+
+   private:
+    friend RowStore;
+    std::vector<std::unordered_set<EntityKey, EntityKeyHash>> keys_;  // by role
+    References references_;                                           // of these rows
+  };
+  void beginRecent() { recent_.emplace(roles_); }
+  // Nothing is old any more.
+  std::optional<Recent> endRecent() { return std::exchange(recent_, std::nullopt); }
+  bool isOld(const Role& role, const Vane::BaseRow& row) const {
+    return recent_ && !recent_->has(role, row);
+  }
+  // The rows, and who uses what, without the old.
+  uint64_t stayingSize(const Role& role) const {
+    return recent_ ? recent_->size(role) : size(role);
+  }
+  const References& stayingReferences();
 
  private:
   struct Change {
@@ -93,8 +135,6 @@ class RowStore {
   };
   class Observer;
 
-  template <class F>
-  void forEachRow(const Role& role, F f) const;
   void adopt();
   void removeOrphans();
   void rebuild();
@@ -110,10 +150,11 @@ class RowStore {
   void setOrRemove(const Role& role, const Vane::BaseRow& key, Vane::BaseRow row);
   // What we know beside the tables follows a change.
   void follow(const Role& role, const Vane::BaseRow& before, const Vane::BaseRow& after,
-              SidePtr side);
-  void sideIs(uint64_t handle, SidePtr side);
-  bool isRecent(const Role& role, const Vane::BaseRow& row) const;
-  void recentIs(const Role& role, const Vane::BaseRow& row, bool recent);
+              SidePtr side, bool recent);
+  void sideIs(const EntityKey& key, SidePtr side);
+  bool isRecent(const Role& role, const Vane::BaseRow& row) const {
+    return recent_ && recent_->has(role, row);
+  }
 
   const Roles& roles_;
   Tally& tally_;
@@ -121,13 +162,12 @@ class RowStore {
   std::vector<std::shared_ptr<Vane::VaTableImplementation>> tables_;  // by role, as the observers
   std::vector<std::shared_ptr<Observer>> observers_;
   References references_;
-  std::unordered_map<uint64_t, SidePtr> side_;  // by entry handle
-  std::unordered_set<EntityKey, EntityKeyHash> recentKeys_;
+  std::unordered_map<EntityKey, SidePtr, EntityKeyHash> side_;
+  std::optional<Recent> recent_;  // while a pipeline is saved
   std::vector<Change> journal_;
   // Ids that are known to be there, by their low bits: a batch of routes asks for the same few
   // again and again. One per kind: members, groups.
   std::array<std::array<uint32_t, 256>, 2> present_{};
-  uint64_t firstHandle_ = 1;
   uint64_t nextHandle_ = 1;
   uint64_t highestGenId_ = 0;
   uint32_t lastReservedId_ = reservedIdBit;

@@ -14,6 +14,18 @@ using p4::v1::WriteRequest;
 
 constexpr size_t messageBytes = 1 << 20;
 
+// Runs at the end of a block, also when an exception leaves it.
+template <class F>
+class AtEnd {
+ public:
+  explicit AtEnd(F f) : f_(std::move(f)) {}
+  AtEnd(const AtEnd&) = delete;
+  ~AtEnd() { f_(); }
+
+ private:
+  F f_;
+};
+
 Fault pipelineChanged() {
   return {StatusCode::ABORTED, "another forwarding pipeline was committed meanwhile"};
 }
@@ -183,9 +195,9 @@ void RowTarget::apply(Batch& batch) {
     batch.isOutdated = true;
     return;
   }
+  const AtEnd changed(options_.afterBatch);
+  const AtEnd done([&] { store_.emptyJournal(); });
   applyAll(batch);
-  store_.emptyJournal();
-  options_.afterBatch();
 }
 
 void RowTarget::applyAll(Batch& batch) {
@@ -195,9 +207,10 @@ void RowTarget::applyAll(Batch& batch) {
     try {
       forwarding_.apply(batch.updates[at], *batch.pipeline);
     } catch (...) {
+      // First of all: telling of the fault may fail as well.
+      const bool undone = !batch.isAllOrNothing || store_.undo(mark);
       batch.failed(at, currentFault());
       if (!batch.isAllOrNothing) continue;
-      const bool undone = store_.undo(mark);
       batch.abortRest(undone ? "rolled back: another update of the batch failed"
                              : "another update of the batch failed; rolling back failed too");
       return;
@@ -315,8 +328,8 @@ void RowTarget::commit(SetForwardingPipelineConfigRequest::Action action,
     if (!pipeline) fail(StatusCode::NOT_FOUND, "COMMIT: no config has been saved");
     currentIs(pipeline, true);
     reads_.endAll(pipelineChanged());
-    forwarding_.keepOnly(*pipeline);
-    options_.afterBatch();
+    const AtEnd changed(options_.afterBatch);
+    forwarding_.removeOld();
     return;
   }
   if (action == SetForwardingPipelineConfigRequest::RECONCILE_AND_COMMIT) {
@@ -328,15 +341,15 @@ void RowTarget::commit(SetForwardingPipelineConfigRequest::Action action,
       const std::lock_guard lock(mutex_);
       saved_ = pipeline;
     }
-    store_.emptyRecentKeys();
+    store_.beginRecent();
     return currentIs(std::move(pipeline), false);
   }
   currentIs(std::move(pipeline), true);
-  store_.emptyRecentKeys();
+  store_.endRecent();
   if (action == SetForwardingPipelineConfigRequest::RECONCILE_AND_COMMIT) return;
   reads_.endAll(pipelineChanged());
+  const AtEnd changed(options_.afterBatch);
   store_.clear();
-  options_.afterBatch();
 }
 
 grpc::Status RowTarget::pipeline(const p4::v1::GetForwardingPipelineConfigRequest& request,

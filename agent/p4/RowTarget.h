@@ -9,10 +9,9 @@
 //   see each entry whole, not each batch.
 // - What rows have no column for (metadata, max_size, how a port was given, the mode of an action
 //   set) comes back unchanged until the agent ends; entries that it finds when it starts have none.
-// - After VERIFY_AND_SAVE, writes reach the tables at once; they carry the number of the pipeline
-// to
-//   come, so that COMMIT can tell them from what goes. Asked for its pipeline, the agent answers
-//   with the one that reads and writes are checked against: the saved one, if there is one.
+// - After VERIFY_AND_SAVE, writes reach the tables at once, and COMMIT removes what was not written
+//   since; entries of the pipeline before can be inserted anew. Asked for its pipeline, the agent
+//   answers with the one that reads and writes are checked against: the saved one, if there is one.
 // - A commit that removes entries ends the reads that are under way, with ABORTED.
 #pragma once
 

@@ -434,7 +434,7 @@ void Translator::readGroupMembers(const ActionProfileGroup& group, Update& made)
     fail(StatusCode::RESOURCE_EXHAUSTED, "the weights add up to {}, the group has room for {}",
          slots, room);
   }
-  made.side = unlessDefault(std::move(side));
+  made.side = std::make_shared<SideData>(std::move(side));
 }
 
 }  // namespace Agent::P4

@@ -11,8 +11,8 @@
 
 namespace Agent::P4 {
 
-// What clients gave with an entity and rows have no column for. Held only where something is not at
-// its default, while the agent runs.
+// What clients gave with an entity and rows have no column for. Held while the agent runs: of each
+// group, whose max_size must not change, and else only where something is not at its default.
 struct SideData {
   std::string metadata{};
   uint64_t controllerMetadata = 0;
@@ -26,7 +26,7 @@ struct SideData {
            sizeSemantics == 0 && watches.empty();
   }
 };
-using SidePtr = std::shared_ptr<const SideData>;  // null: all at default
+using SidePtr = std::shared_ptr<const SideData>;  // null: all at default, or not known
 
 // The actions of a one-shot set: each becomes a member, and all of them one group.
 struct OneShot {

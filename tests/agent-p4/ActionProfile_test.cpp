@@ -282,8 +282,53 @@ TEST_F(ActionProfile, AOneShotSetThatDoesNotFitLeavesNothingBehind) {
   EXPECT_EQ(at.size("VaneEcmpMember"), 40u);
   EXPECT_EQ(at.size("VaneEcmpGroup"), 1u);
   EXPECT_EQ(at.size("VaneIpv4Override"), 1u);
-  EXPECT_EQ(at.code(modify(toSet(prefix(1), actions))), StatusCode::RESOURCE_EXHAUSTED);
   EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toSet(prefix(1), actions))));
+}
+
+// Was RESOURCE_EXHAUSTED: the new set was written before the old one went.
+TEST_F(ActionProfile, AOneShotSetIsExchangedForAnotherThoughBothTogetherDoNotFit) {
+  const auto set = [](uint8_t from, uint8_t count) {
+    std::vector<SetAction> actions;
+    for (uint8_t i = 0; i < count; ++i) actions.push_back({static_cast<uint8_t>(from + i)});
+    return toSet(prefix(1), actions);
+  };
+  ASSERT_EQ(at.code(insert(set(0, 40))), 0);
+  for (const Entity& next : {set(100, 64), set(50, 40), set(7, 1), set(9, 64)}) {
+    ASSERT_EQ(at.code(modify(next)), 0);
+    const auto found = at.read(allEntries());
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].DebugString(), next.DebugString()) << "in order";
+    const auto& actions = next.table_entry().action().action_profile_action_set();
+    EXPECT_EQ(at.size("VaneEcmpMember"),
+              static_cast<uint64_t>(actions.action_profile_actions_size()));
+    EXPECT_EQ(at.size("VaneEcmpGroup"), 1u);
+  }
+  EXPECT_EQ(at.code(modify(set(0, 65))), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_EQ(at.read(allEntries()).at(0).DebugString(), set(9, 64).DebugString()) << "as it was";
+  EXPECT_EQ(at.size("VaneEcmpMember"), 64u);
+  ASSERT_EQ(at.code(del(prefix(1))), 0);
+  EXPECT_EQ(at.size("VaneEcmpMember") + at.size("VaneEcmpGroup"), 0u);
+}
+
+TEST_F(ActionProfile, AOneShotSetIsExchangedThoughTheTableOfGroupsIsFull) {
+  std::vector<Update> updates{insert(toSet(prefix(1), {{1, 3}}))};
+  for (uint32_t id = 1; id < 64; ++id) updates.push_back(insert(group(id, {})));
+  ASSERT_THAT(at.codes(updates), testing::Each(0));
+  EXPECT_EQ(at.code(insert(group(64, {}))), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_EQ(at.code(modify(toSet(prefix(1), {{2, 3}, {3}}))), 0);
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toSet(prefix(1), {{2, 3}, {3}}))));
+}
+
+TEST_F(ActionProfile, AnExchangedSetOfRowsThatOthersUseLeavesThese) {
+  ASSERT_EQ(at.code(insert(toSet(prefix(1), {{1}}))), 0);
+  at.writeRow("VaneIpv4Override",
+              {uint64_t{0}, uint64_t{0}, false, uint32_t{0},
+               *Wire::IpGenPrefix::parse("10.2.0.0/16"), int32_t{2}, 0x80000002u});
+  ASSERT_EQ(at.code(modify(toSet(prefix(1), {{9}}))), 0);
+  EXPECT_THAT(at.read(allEntries()), UnorderedElementsAre(IsEntity(toSet(prefix(1), {{9}})),
+                                                          IsEntity(toSet(prefix(2), {{1}}))));
+  EXPECT_THAT(at.codes({del(prefix(1)), del(prefix(2))}), ElementsAre(0, 0));
+  EXPECT_EQ(at.size("VaneEcmpMember") + at.size("VaneEcmpGroup"), 0u);
 }
 
 TEST_F(ActionProfile, OneShotSetsAndMembersAreNotMixedInItsTables) {

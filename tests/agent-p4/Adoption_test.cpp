@@ -178,6 +178,17 @@ TEST_F(Adoption, MetadataIsNotGivenToARowThatSomebodyElsePutInItsPlace) {
   EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toMember(prefix(1), 1))));
 }
 
+TEST_F(Adoption, MetadataIsNotGivenToARowThatCopiesAHandle) {
+  Entity route = toMember(prefix(1), 1);
+  route.mutable_table_entry()->set_metadata("m");
+  ASSERT_THAT(at.codes({insert(member(1)), insert(route)}), ElementsAre(0, 0));
+  writeRoute("10.2.0.0/16", 1, 1, 2);  // the route's
+  EXPECT_THAT(at.read(allEntries()),
+              UnorderedElementsAre(IsEntity(route), IsEntity(toMember(prefix(2), 1))));
+  ASSERT_EQ(at.code(del(prefix(2))), 0);
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(route)));
+}
+
 TEST_F(Adoption, OneShotSetsThatOthersWroteKeepPlainRoutesOut) {
   ASSERT_THAT(at.codes({insert(member(1)), insert(toSet(prefix(1), {{1}}))}), ElementsAre(0, 0));
   const uint32_t group = 0x80000002;  // of the set: its one member came before

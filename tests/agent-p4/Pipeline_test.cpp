@@ -331,6 +331,78 @@ TEST_F(Pipeline, CommittedLaterKeepsWhatWasWrittenSinceTheSaveAndWhatThatNeeds) 
   EXPECT_EQ(at.code(del(member(1))), StatusCode::FAILED_PRECONDITION);
 }
 
+// Was ALREADY_EXISTS for each, and the commit then removed them.
+TEST_F(Pipeline, SavedTakesTheSameEntriesAnewAndKeepsThemWhenCommitted) {
+  const std::vector<Update> all{insert(member(1)), insert(group(7, {{1, 2}}, 8)),
+                                insert(toGroup(prefix(1), 7)), insert(toMember(vrfPrefix(1, 1), 1)),
+                                insert(encap(1))};
+  ASSERT_THAT(at.codes(all), testing::Each(0));
+  ASSERT_EQ(at.code(insert(toMember(prefix(9), 1))), 0);
+  ASSERT_TRUE(set(Set::VERIFY_AND_SAVE, own()).ok());
+  EXPECT_THAT(at.codes(all), testing::Each(0));
+  EXPECT_THAT(at.codes(all), testing::Each(6)) << "the second time they are there";
+  EXPECT_EQ(at.read(allEntries()).size(), 4u) << "the old one is still there, too";
+  ASSERT_TRUE(set(Set::COMMIT, {}).ok());
+  EXPECT_THAT(at.read(allEntries()),
+              UnorderedElementsAre(IsEntity(toGroup(prefix(1), 7)),
+                                   IsEntity(toMember(vrfPrefix(1, 1), 1)), IsEntity(encap(1))));
+  EXPECT_THAT(at.read(allGroups()), ElementsAre(IsEntity(group(7, {{1, 2}}, 8))));
+  EXPECT_EQ(at.code(del(member(1))), StatusCode::FAILED_PRECONDITION);
+  EXPECT_EQ(at.code(insert(encap(1))), 6) << "nothing is old any more";
+}
+
+TEST_F(Pipeline, SavedCountsWhatStaysOnly) {
+  P4Info info = own();
+  info.mutable_tables(0)->set_size(2);
+  info.mutable_action_profiles(0)->set_size(4);
+  ASSERT_TRUE(set(Set::VERIFY_AND_COMMIT, info).ok());
+  ASSERT_THAT(at.codes({insert(toSet(prefix(1), {{1, 3}})), insert(toSet(prefix(2), {{2}}))}),
+              ElementsAre(0, 0));
+  ASSERT_TRUE(set(Set::VERIFY_AND_SAVE, info).ok());
+  // Also in the other style: the old sets go.
+  EXPECT_THAT(
+      at.codes({insert(member(1)), insert(group(1, {{1, 4}})), insert(toGroup(prefix(3), 1)),
+                insert(toMember(prefix(1), 1)), modify(toMember(prefix(2), 1)),
+                insert(group(2, {{1}})), insert(toSet(prefix(3, fallback4), {{1}}))}),
+      ElementsAre(0, 0, 0, 0, 8, 8, 3));
+  ASSERT_TRUE(set(Set::COMMIT, {}).ok());
+  EXPECT_THAT(at.read(allEntries()), UnorderedElementsAre(IsEntity(toGroup(prefix(3), 1)),
+                                                          IsEntity(toMember(prefix(1), 1))));
+  EXPECT_EQ(at.size("VaneEcmpGroup"), 1u);
+  EXPECT_EQ(at.size("VaneEcmpMember"), 1u);
+}
+
+TEST_F(Pipeline, SavedTakesBackWhatReplacedOldEntriesWithTheBatch) {
+  ASSERT_THAT(at.codes({insert(member(1)), insert(toMember(prefix(1), 1)), insert(encap(1))}),
+              testing::Each(0));
+  ASSERT_TRUE(set(Set::VERIFY_AND_SAVE, own()).ok());
+  EXPECT_THAT(at.codes({insert(member(1, 9)), insert(encap(1, 9)), del(prefix(9))},
+                       WriteRequest::ROLLBACK_ON_ERROR),
+              ElementsAre(10, 10, 5));
+  EXPECT_THAT(at.read(encap(1)), ElementsAre(IsEntity(encap(1))));
+  EXPECT_EQ(at.code(insert(encap(1, 8))), 0) << "it is old again";
+  ASSERT_TRUE(set(Set::COMMIT, {}).ok());
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(encap(1, 8))));
+}
+
+// Rows of others may have any genId, also that of the pipeline that is saved.
+TEST_F(Pipeline, CommittedLaterRemovesWhatOthersWroteWhateverItsNumber) {
+  const auto write = [&](const char* prefix, uint64_t number) {
+    at.writeRow("VaneIpv4Override", {number, uint64_t{0}, true, uint32_t{0},
+                                     *Wire::IpGenPrefix::parse(prefix), int32_t{1}, uint32_t{1}});
+  };
+  ASSERT_EQ(at.code(insert(member(1))), 0);
+  for (uint64_t number = 0; number < 5; ++number) {
+    write(("10." + std::to_string(number) + ".0.0/16").c_str(), number);
+  }
+  ASSERT_TRUE(set(Set::VERIFY_AND_SAVE, own()).ok());
+  ASSERT_THAT(at.codes({insert(toMember(prefix(7), 1)), insert(toMember(prefix(8), 1))}),
+              ElementsAre(0, 0));
+  write("10.8.0.0/16", 2);
+  ASSERT_TRUE(set(Set::COMMIT, {}).ok());
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toMember(prefix(7), 1))));
+}
+
 TEST_F(Pipeline, CommittedLaterRemovesOldOneShotSetsWhole) {
   ASSERT_THAT(at.codes({insert(toSet(prefix(1), {{1}, {2}})), insert(toSet(prefix(2), {{3}}))}),
               ElementsAre(0, 0));
@@ -348,7 +420,7 @@ TEST_F(Pipeline, CommittedLaterRemovesOldOneShotSetsWhole) {
 
 TEST_F(Pipeline, ReconciledKeepsEverythingIfItCan) {
   ASSERT_THAT(
-      at.codes({insert(member(1)), insert(group(7, {{1, 3}})), insert(toGroup(prefix(1), 7)),
+      at.codes({insert(member(1)), insert(group(7, {{1, 3}}, 8)), insert(toGroup(prefix(1), 7)),
                 insert(toMember(prefix(2), 1)), insert(encap(1))}),
       testing::Each(0));
   EXPECT_EQ(set(Set::RECONCILE_AND_COMMIT, withTables({override4})).error_code(),
@@ -362,6 +434,8 @@ TEST_F(Pipeline, ReconciledKeepsEverythingIfItCan) {
   EXPECT_TRUE(refused([](auto& info) { info.mutable_tables(0)->set_size(1); }));
   EXPECT_TRUE(refused([](auto& info) { info.mutable_action_profiles(0)->set_size(2); }));
   EXPECT_TRUE(refused([](auto& info) { info.mutable_action_profiles(0)->set_max_group_size(2); }));
+  EXPECT_TRUE(refused([](auto& info) { info.mutable_action_profiles(0)->set_max_group_size(7); }))
+      << "below the group's max_size";
   EXPECT_TRUE(
       refused([](auto& info) { info.mutable_action_profiles(0)->set_weights_disallowed(true); }));
   EXPECT_TRUE(refused([](auto& info) {

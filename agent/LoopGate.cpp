@@ -6,7 +6,8 @@
 namespace Agent {
 
 // Lives until both sides have let go of it: a caller that is late leaves its call behind for the
-// loop to find and skip.
+// loop to find and skip, and its place in the room is taken until then: what the loop's queue holds
+// is bounded however long the loop is busy.
 struct LoopGate::Call {
   enum class State { waiting, running, ended, dropped };
   const std::function<void()>& work;
@@ -20,8 +21,8 @@ LoopGate::Outcome LoopGate::run(const std::function<void()>& work, Deadline dead
   std::unique_lock lock(mutex_);
   if (closed_) return Outcome::closed;
   if (waiting_ == room_) return Outcome::full;
-  ++waiting_;
   loop_.post([this, call] { begin(call); });
+  ++waiting_;  // begin() waits for the lock
 
   const auto begun = [&] { return call->state != State::waiting || closed_; };
   if (deadline == never) {
@@ -31,7 +32,6 @@ LoopGate::Outcome LoopGate::run(const std::function<void()>& work, Deadline dead
   }
   if (call->state == State::waiting) {
     call->state = State::dropped;
-    --waiting_;
     return closed_ ? Outcome::closed : Outcome::late;
   }
   changed_.wait(lock, [&] { return call->state == State::ended; });
@@ -42,9 +42,9 @@ LoopGate::Outcome LoopGate::run(const std::function<void()>& work, Deadline dead
 void LoopGate::begin(const std::shared_ptr<Call>& call) {
   {
     const std::lock_guard lock(mutex_);
+    --waiting_;
     if (closed_ || call->state == Call::State::dropped) return;
     call->state = Call::State::running;
-    --waiting_;
   }
   std::exception_ptr failure;
   try {

@@ -97,6 +97,7 @@ void addRemoteOptions(CLI::App& app, RemoteOptions& remote) {
   limit("--max-streams", remote.streamsPerRole, 10000, "Streams that a role may have");
   limit("--max-connections", remote.connections, 10000, "Clients with a call under way");
   limit("--max-calls", remote.calls, 10000, "Calls under way");
+  limit("--max-updates", remote.updates, 100'000'000, "Updates that a write may have");
   limit("--max-waiting", remote.waiting, 10000, "Calls that wait for the tables");
   limit("--max-call-time", remote.callSeconds, 86400, "Seconds that a call may take");
   limit("--max-watches", remote.watches, 10000, "Watches of the row database under way");

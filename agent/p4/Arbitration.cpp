@@ -76,7 +76,8 @@ google::rpc::Status Arbitration::update(Stream& stream, const Notice& message) {
     stream.role_ = &role;
     role.streams.push_back(&stream);
   }
-  stream.given_ = message.role();
+  stream.given_.set_name(message.role().name());
+  stream.given_.set_id(message.role().id());
   stream.roleGiven_ = message.has_role();
   const std::optional<ElectionId> before = std::exchange(stream.id_, electionId(message));
   if (stream.id_ && (!role.highest || *stream.id_ >= *role.highest)) {

@@ -30,6 +30,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "google/rpc/status.pb.h"
@@ -112,7 +113,8 @@ class Arbitration::Stream {
   Arbitration& arbitration_;
   Tell tell_;
   Role* role_ = nullptr;  // null until the first message is accepted
-  p4::v1::Role given_;    // the role in the client's own words
+  p4::v1::Role
+      given_;  // the role as the client says it: name and number, nothing else of its message
   bool roleGiven_ = false;
   std::optional<ElectionId> id_;
 };

@@ -17,11 +17,24 @@ using p4::v1::StreamMessageResponse;
 
 // How long a stream that ends is kept for a client that has not read all that it was told.
 constexpr std::chrono::seconds lastWords{2};
+// The most that a stream's message may have: what is understood is far smaller.
+constexpr size_t streamMessageBytes = size_t{1} << 20;
 
 grpc::Status grpcStatus(const google::rpc::Status& status) {
   return status.code() == StatusCode::OK
              ? grpc::Status::OK
              : Rpc::refusal(static_cast<StatusCode>(status.code()), status.message());
+}
+
+// Texts that the target made, as clients can take them.
+grpc::Status told(const grpc::Status& status) {
+  return status.ok() ? status : Rpc::refusal(status.error_code(), status.error_message());
+}
+
+grpc::Status checkCount(const char* what, int found, size_t most) {
+  if (static_cast<size_t>(found) <= most) return grpc::Status::OK;
+  return Rpc::refusal(StatusCode::RESOURCE_EXHAUSTED,
+                      fmt::format("{}: expected at most {}, found {}", what, most, found));
 }
 
 grpc::Status ending() { return Rpc::refusal(StatusCode::UNAVAILABLE, "the agent is ending"); }
@@ -44,7 +57,9 @@ StreamMessageResponse packetError(bool isPrimary) {
 StreamMessageResponse digestError(const p4::v1::DigestListAck& ack) {
   StreamMessageResponse response =
       streamError(StatusCode::INVALID_ARGUMENT, "digest_ack.digest_id: there are no digests");
-  *response.mutable_error()->mutable_digest_list_ack()->mutable_digest_list_ack() = ack;
+  auto& known = *response.mutable_error()->mutable_digest_list_ack()->mutable_digest_list_ack();
+  known.set_digest_id(ack.digest_id());
+  known.set_list_id(ack.list_id());
   return response;
 }
 
@@ -68,15 +83,13 @@ StreamMessageResponse errorFor(const StreamMessageRequest& message, bool isPrima
 grpc::Status statusOf(Target::WriteResult result) {
   const auto failed = std::ranges::count_if(
       result.results, [](const p4::v1::Error& error) { return error.canonical_code() != 0; });
-  if (!result.refused.ok()) {
-    return Rpc::refusal(result.refused.error_code(), result.refused.error_message());
-  }
+  if (!result.refused.ok()) return told(result.refused);
   if (failed == 0) return grpc::Status::OK;
   google::rpc::Status status;
   status.set_code(StatusCode::UNKNOWN);
   status.set_message(fmt::format("{} of {} failed", failed, result.results.size()));
   for (p4::v1::Error& error : result.results) {
-    error.set_message(Rpc::utf8(error.message()));
+    error.set_message(Rpc::statusText(error.message()));
     status.add_details()->PackFrom(error);
   }
   return {StatusCode::UNKNOWN, status.message(), status.SerializeAsString()};
@@ -110,15 +123,24 @@ void P4RuntimeService::stop() {
 
 // Every call's frame: within the limits, and no exception gets out.
 template <class Work>
-grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, const Work& work) {
-  const Rpc::Calls::Call call(calls_, *context);
-  if (!call.status().ok()) return call.status();
+grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, Rpc::Calls::Kind kind,
+                                      const Work& work) {
   try {
-    return work(call.deadline());
+    Rpc::Calls::Call call(calls_, *context, kind);
+    return call.status().ok() ? work(call) : call.status();
   } catch (const std::exception& failure) {
     Log::error("callFailed", {{"service", "p4runtime"}}, "P4Runtime: {}", failure.what());
     return Rpc::refusal(StatusCode::INTERNAL, failure.what());
   }
+}
+
+template <class Request, class Work>
+grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, const Request& request,
+                                      const Work& work) {
+  return answer(context, Rpc::Calls::Kind::bounded, [&](Rpc::Calls::Call& call) {
+    const grpc::Status held = call.hold(request.ByteSizeLong());
+    return held.ok() ? work(call.deadline()) : held;
+  });
 }
 
 grpc::Status P4RuntimeService::checkDevice(uint64_t deviceId) const {
@@ -139,7 +161,7 @@ Arbitration::Admission P4RuntimeService::admit(const Request& request) {
 grpc::Status P4RuntimeService::Capabilities(grpc::ServerContext* context,
                                             const p4::v1::CapabilitiesRequest* request,
                                             p4::v1::CapabilitiesResponse* response) {
-  return answer(context, [&](LoopGate::Deadline) {
+  return answer(context, *request, [&](LoopGate::Deadline) {
     response->set_p4runtime_api_version(apiVersion);
     return request->device_id() == 0 ? grpc::Status::OK : checkDevice(request->device_id());
   });
@@ -148,44 +170,40 @@ grpc::Status P4RuntimeService::Capabilities(grpc::ServerContext* context,
 grpc::Status P4RuntimeService::GetForwardingPipelineConfig(
     grpc::ServerContext* context, const p4::v1::GetForwardingPipelineConfigRequest* request,
     p4::v1::GetForwardingPipelineConfigResponse* response) {
-  return answer(context, [&](LoopGate::Deadline) {
+  return answer(context, *request, [&](LoopGate::Deadline) {
     const grpc::Status device = checkDevice(request->device_id());
-    return device.ok() ? target_.pipeline(*request, *response) : device;
+    return device.ok() ? told(target_.pipeline(*request, *response)) : device;
   });
 }
 
 grpc::Status P4RuntimeService::SetForwardingPipelineConfig(
     grpc::ServerContext* context, const p4::v1::SetForwardingPipelineConfigRequest* request,
     p4::v1::SetForwardingPipelineConfigResponse*) {
-  return answer(context, [&](LoopGate::Deadline deadline) {
+  return answer(context, *request, [&](LoopGate::Deadline deadline) {
     const Arbitration::Admission admission = admit(*request);
     if (admission.status.code() != StatusCode::OK) return grpcStatus(admission.status);
-    const grpc::Status status = target_.pipelineIs(*request, deadline);
-    return status.ok() ? status : Rpc::refusal(status.error_code(), status.error_message());
+    return told(target_.pipelineIs(*request, deadline));
   });
 }
 
 grpc::Status P4RuntimeService::Write(grpc::ServerContext* context,
                                      const p4::v1::WriteRequest* request, p4::v1::WriteResponse*) {
-  return answer(context, [&](LoopGate::Deadline deadline) {
+  return answer(context, *request, [&](LoopGate::Deadline deadline) {
     const Arbitration::Admission admission = admit(*request);
     if (admission.status.code() != StatusCode::OK) return grpcStatus(admission.status);
-    if (!target_.hasPipeline()) {
-      return Rpc::refusal(StatusCode::FAILED_PRECONDITION, "there is no pipeline yet");
-    }
-    return statusOf(target_.write(*request, deadline));
+    const grpc::Status count = checkCount("updates", request->updates_size(), batches_.updates);
+    return count.ok() ? statusOf(target_.write(*request, deadline)) : count;
   });
 }
 
 grpc::Status P4RuntimeService::Read(grpc::ServerContext* context,
                                     const p4::v1::ReadRequest* request,
                                     grpc::ServerWriter<p4::v1::ReadResponse>* writer) {
-  return answer(context, [&](LoopGate::Deadline deadline) {
+  return answer(context, *request, [&](LoopGate::Deadline deadline) {
     const grpc::Status device = checkDevice(request->device_id());
     if (!device.ok()) return device;
-    if (!target_.hasPipeline()) {
-      return Rpc::refusal(StatusCode::FAILED_PRECONDITION, "there is no pipeline yet");
-    }
+    const grpc::Status count = checkCount("entities", request->entities_size(), batches_.queries);
+    if (!count.ok()) return count;
     return statusOf(target_.read(*request, deadline, [&](const p4::v1::ReadResponse& response) {
       return !context->IsCancelled() && writer->Write(response);
     }));
@@ -193,27 +211,36 @@ grpc::Status P4RuntimeService::Read(grpc::ServerContext* context,
 }
 
 grpc::Status P4RuntimeService::StreamChannel(grpc::ServerContext* context, Stream* stream) {
-  const Rpc::Calls::Call call(calls_, *context, Rpc::Calls::Kind::session);
-  if (!call.status().ok()) return call.status();
-  Outbox outbox(*context, *stream, unreadNotices);
-  const OpenStream open(*this, outbox);
-  grpc::Status status;
-  {
-    Arbitration::Stream session(arbitration_, [&](const Arbitration::Notice& notice) {
-      StreamMessageResponse response;
-      *response.mutable_arbitration() = notice;
-      outbox.put(response);
-    });
-    StreamMessageRequest message;
-    while (status.ok() && stream->Read(&message)) {
-      if (message.has_arbitration()) {
-        status = grpcStatus(session.update(message.arbitration()));
-      } else {
-        outbox.offer(errorFor(message, session.isPrimary()));
-      }
+  return answer(context, Rpc::Calls::Kind::session, [&](Rpc::Calls::Call& call) {
+    Outbox outbox(*context, *stream, unreadNotices);
+    const OpenStream open(*this, outbox);
+    return outbox.drain(converse(call, *stream, outbox), lastWords);
+  });
+}
+
+// Until the client has no more to say, or the stream must end.
+grpc::Status P4RuntimeService::converse(Rpc::Calls::Call& call, Stream& stream, Outbox& outbox) {
+  Arbitration::Stream session(arbitration_, [&](const Arbitration::Notice& notice) {
+    StreamMessageResponse response;
+    *response.mutable_arbitration() = notice;
+    outbox.put(response);
+  });
+  StreamMessageRequest message;
+  while (stream.Read(&message)) {
+    if (const size_t size = message.ByteSizeLong(); size > streamMessageBytes) {
+      return Rpc::refusal(StatusCode::RESOURCE_EXHAUSTED,
+                          fmt::format("a stream's message: expected at most {} bytes, found {}",
+                                      streamMessageBytes, size));
+    }
+    if (message.has_arbitration()) {
+      const google::rpc::Status status = session.update(message.arbitration());
+      if (status.code() != StatusCode::OK) return grpcStatus(status);
+      call.opened();
+    } else {
+      outbox.offer(errorFor(message, session.isPrimary()));
     }
   }
-  return outbox.drain(status, lastWords);
+  return grpc::Status::OK;
 }
 
 }  // namespace Agent::P4

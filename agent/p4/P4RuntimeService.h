@@ -6,12 +6,15 @@
 //   Capabilities                  the device, unless it is 0
 //   GetForwardingPipelineConfig   the device
 //   SetForwardingPipelineConfig   the device; role and election id are the primary's
-//   Read                          the device; there is a pipeline
-//   Write                         the device; role and election id are the primary's; there is a
-//                                 pipeline
+//   Read                          the device; the number of queries
+//   Write                         the device; role and election id are the primary's; the number
+//                                 of updates
 //
-// Another device is NOT_FOUND, a caller who is not the primary PERMISSION_DENIED, a missing
-// pipeline FAILED_PRECONDITION. There is no packet I/O.
+// Another device is NOT_FOUND, a caller who is not the primary PERMISSION_DENIED, too large a batch
+// RESOURCE_EXHAUSTED. There is no packet I/O.
+//
+// A stream is opened by its first arbitration message that is accepted, for which it has a limited
+// time.
 #pragma once
 
 #include <mutex>
@@ -31,8 +34,19 @@ class P4RuntimeService final : public p4::v1::P4Runtime::Service {
   static constexpr size_t unreadNotices = 256;
   static constexpr const char* apiVersion = "1.5.0";
 
-  P4RuntimeService(Target& target, Rpc::Calls& calls, Arbitration::Limits limits)
-      : target_(target), calls_(calls), deviceId_(limits.deviceId), arbitration_(limits) {}
+  // What one call may ask for at once.
+  struct BatchLimits {
+    size_t updates = 1'000'000;
+    size_t queries = 10'000;
+  };
+
+  P4RuntimeService(Target& target, Rpc::Calls& calls, Arbitration::Limits limits,
+                   BatchLimits batches)
+      : target_(target),
+        calls_(calls),
+        deviceId_(limits.deviceId),
+        batches_(batches),
+        arbitration_(limits) {}
 
   // Ends the open streams, and new ones as they come, with UNAVAILABLE.
   void stop();
@@ -59,7 +73,10 @@ class P4RuntimeService final : public p4::v1::P4Runtime::Service {
   class OpenStream;
 
   template <class Work>
-  grpc::Status answer(grpc::ServerContext* context, const Work& work);
+  grpc::Status answer(grpc::ServerContext* context, Rpc::Calls::Kind kind, const Work& work);
+  template <class Request, class Work>
+  grpc::Status answer(grpc::ServerContext* context, const Request& request, const Work& work);
+  grpc::Status converse(Rpc::Calls::Call& call, Stream& stream, Outbox& outbox);
   grpc::Status checkDevice(uint64_t deviceId) const;
   template <class Request>
   Arbitration::Admission admit(const Request& request);
@@ -67,6 +84,7 @@ class P4RuntimeService final : public p4::v1::P4Runtime::Service {
   Target& target_;
   Rpc::Calls& calls_;
   const uint64_t deviceId_;
+  const BatchLimits batches_;
   Arbitration arbitration_;
   std::mutex mutex_;  // guards what follows
   std::set<Outbox*> streams_;

@@ -25,9 +25,9 @@ class Outbox {
 
   Outbox(grpc::ServerContext& context, Stream& stream, size_t room)
       : context_(context), stream_(stream), room_(room), writer_([this] { write(); }) {}
-  // Does not wait for the client: see drain().
+  // Does not wait for the client: without a drain() before, the stream ends at once.
   ~Outbox() {
-    close();
+    end(refusal(grpc::StatusCode::INTERNAL, "the agent gave the stream up"));
     writer_.join();
   }
   Outbox(const Outbox&) = delete;
@@ -38,8 +38,7 @@ class Outbox {
     const std::lock_guard lock(mutex_);
     if (closed_) return;
     if (waiting_.size() == room_) {
-      return endLocked(refusal(grpc::StatusCode::RESOURCE_EXHAUSTED,
-                               "the client does not read what the agent tells it"));
+      return endLocked(unread());
     }
     waiting_.push_back(message);
     changed_.notify_all();
@@ -61,14 +60,16 @@ class Outbox {
   }
 
   // Waits until everything has been written, and gives what the handler is to return. A client that
-  // does not read by then is ended.
+  // does not read by then is ended, and is not told that all was well.
   grpc::Status drain(const grpc::Status& status, std::chrono::milliseconds patience) {
     std::unique_lock lock(mutex_);
     const bool drained = changed_.wait_for(
         lock, patience, [&] { return closed_ || (waiting_.empty() && !writing_); });
-    if (!drained) endLocked(status);
+    const grpc::Status last = drained || !status.ok() ? status : unread();
+    if (!drained) endLocked(last);
     closed_ = true;
-    return status;
+    changed_.notify_all();
+    return last;
   }
 
  private:
@@ -79,10 +80,9 @@ class Outbox {
     Rpc::end(context_, status);
   }
 
-  void close() {
-    const std::lock_guard lock(mutex_);
-    closed_ = true;
-    changed_.notify_all();
+  static grpc::Status unread() {
+    return refusal(grpc::StatusCode::RESOURCE_EXHAUSTED,
+                   "the client does not read what the agent tells it");
   }
 
   void write() {

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
+#include <chrono>
+#include <map>
+#include <memory>
 
 #include "agent/Log.h"
 #include "agent/LoopGate.h"
@@ -38,6 +38,13 @@ std::map<std::string, uint64_t> capacitiesByRowTable(const Options& options) {
   return capacities;
 }
 
+// Requests of the largest size that there is memory for at once.
+constexpr size_t largestRequests = 4;
+
+size_t requestBytes(const RemoteOptions& remote) {
+  return largestRequests * (size_t{remote.messageMiB} << 20);
+}
+
 Rpc::Server::Settings serverSettings(const RemoteOptions& remote) {
   Rpc::Server::Settings settings;
   for (const std::string& text : remote.listen) {
@@ -48,6 +55,7 @@ Rpc::Server::Settings serverSettings(const RemoteOptions& remote) {
   }
   settings.isPlainTextRemoteAllowed = remote.allowPlaintextRemote;
   settings.limits.messageSize = size_t{remote.messageMiB} << 20;
+  settings.limits.bufferBytes = requestBytes(remote);
   settings.limits.threads = static_cast<int>(remote.calls) + Rpc::Server::spareThreads;
   settings.limits.keepAlive = std::chrono::seconds(remote.keepAliveSeconds);
   return settings;
@@ -78,7 +86,8 @@ class RpcServices final : public Services, private Rows::Host {
     calls_ = std::make_unique<Rpc::Calls>(
         Rpc::Calls::Limits{.calls = remote_.calls,
                            .connections = remote_.connections,
-                           .longest = std::chrono::seconds(remote_.callSeconds)});
+                           .longest = std::chrono::seconds(remote_.callSeconds),
+                           .requestBytes = requestBytes(remote_)});
     target_ = std::make_unique<P4::RowTarget>(
         needs_->database, *gate_,
         P4::RowTarget::Options{.capacities = capacities_,
@@ -87,7 +96,8 @@ class RpcServices final : public Services, private Rows::Host {
     p4Runtime_ = std::make_unique<P4::P4RuntimeService>(
         *target_, *calls_,
         P4::Arbitration::Limits{.deviceId = remote_.deviceId,
-                                .streamsPerRole = remote_.streamsPerRole});
+                                .streamsPerRole = remote_.streamsPerRole},
+        P4::P4RuntimeService::BatchLimits{.updates = remote_.updates});
     server_ =
         std::make_unique<Rpc::Server>(settings_, std::vector<grpc::Service*>{p4Runtime_.get()});
     addressFile_ =

@@ -63,10 +63,12 @@ void setLimits(grpc::ServerBuilder& builder, const Server::Limits& limits) {
   // The hard end; calls that are counted are turned away before, with a word why.
   grpc::ResourceQuota quota("calls");
   quota.SetMaxThreads(limits.threads);
+  quota.Resize(limits.bufferBytes);
   builder.SetResourceQuota(quota);
   const auto arguments = {
       // Two agents must not share a port without knowing.
       std::pair{GRPC_ARG_ALLOW_REUSEPORT, 0},
+      std::pair{GRPC_ARG_MAX_CONNECTION_IDLE_MS, milliseconds(limits.idle)},
       std::pair{GRPC_ARG_KEEPALIVE_TIME_MS, milliseconds(limits.keepAlive)},
       std::pair{GRPC_ARG_KEEPALIVE_TIMEOUT_MS, milliseconds(std::chrono::seconds(20))},
       std::pair{GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1},

@@ -32,7 +32,9 @@ class Server {
   struct Limits {
     size_t messageSize = size_t{128} << 20;  // bytes, of a request
     int threads = 256 + spareThreads;
-    std::chrono::seconds keepAlive{60};  // an idle connection is asked whether it lives
+    std::chrono::seconds keepAlive{60};      // an idle connection is asked whether it lives
+    std::chrono::seconds idle{600};          // a connection without a call is closed
+    size_t bufferBytes = size_t{512} << 20;  // what arrives and has not been taken in yet
   };
   struct Settings {
     std::vector<ListenAddress> addresses;

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <grpc/grpc.h>
 
-#include <cstdint>
+#include <algorithm>
 
 namespace Agent::Rpc {
 namespace {
@@ -25,20 +25,36 @@ size_t characterLength(std::string_view text) {
   return wrong ? 0 : length;
 }
 
+// Takes the next character, or the next byte that is none, off `text`.
+std::string takeCharacter(std::string_view& text) {
+  const size_t length = characterLength(text);
+  std::string taken = length == 0
+                          ? fmt::format("\\x{:02x}", static_cast<unsigned char>(text.front()))
+                          : std::string(text.substr(0, length));
+  text.remove_prefix(std::max<size_t>(length, 1));
+  return taken;
+}
+
 }  // namespace
 
 std::string utf8(std::string_view text) {
   std::string valid;
   valid.reserve(text.size());
-  while (!text.empty()) {
-    const size_t length = characterLength(text);
-    if (length == 0) {
-      valid += fmt::format("\\x{:02x}", static_cast<unsigned char>(text.front()));
-      text.remove_prefix(1);
-    } else {
-      valid.append(text.substr(0, length));
-      text.remove_prefix(length);
-    }
+  while (!text.empty()) valid += takeCharacter(text);
+  return valid;
+}
+
+std::string statusText(std::string_view text) {
+  constexpr std::string_view more = "...";
+  std::string valid;
+  size_t fitting = 0;  // the length of what fits with `more` after it
+  while (!text.empty() && valid.size() <= longestText) {
+    if (valid.size() <= longestText - more.size()) fitting = valid.size();
+    valid += takeCharacter(text);
+  }
+  if (valid.size() > longestText || !text.empty()) {
+    valid.resize(fitting);
+    valid += more;
   }
   return valid;
 }

@@ -417,5 +417,20 @@ TEST(ArbitrationUnderLoad, ThereIsNeverASecondPrimaryAndNoCallOfAnOldOne) {
   EXPECT_GT(done, 0);
 }
 
+TEST(ArbitrationNotice, TellsARolesNameAndNumberAndNothingElseThatCameWithIt) {
+  Arbitration arbitration(limits());
+  Client client(arbitration);
+  Notice message = stating(1, "west");
+  p4::v1::Role& role = *message.mutable_role();
+  role.set_id(9);
+  role.GetReflection()->MutableUnknownFields(&role)->AddLengthDelimited(1000, "much");
+  EXPECT_EQ(client.state(message), GRPC_STATUS_OK);
+  ASSERT_EQ(client.told.size(), 1u);
+  const p4::v1::Role& told = client.told[0].role();
+  EXPECT_EQ(told.name(), "west");
+  EXPECT_EQ(told.id(), 9u);
+  EXPECT_TRUE(told.GetReflection()->GetUnknownFields(told).empty());
+}
+
 }  // namespace
 }  // namespace Agent::P4

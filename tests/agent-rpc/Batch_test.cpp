@@ -57,6 +57,17 @@ TEST_F(Batch, RawBytesInTextsAreEscaped) {
   EXPECT_EQ(errorsOf(status).at(0).message(), "found \\xc3( \xc3\xa9");
 }
 
+TEST_F(Batch, ATextThatIsTooLongForAStatusReachesTheClientWithoutItsEnd) {
+  std::string text = "x";
+  while (text.size() < 100'000) text += "\xc3\xa9";
+  const grpc::Status whole = writing({{StatusCode::UNIMPLEMENTED, text}, {}});
+  EXPECT_EQ(whole.error_code(), StatusCode::UNIMPLEMENTED);
+  // 1,021 bytes are one x and 510 whole characters; "..." makes 1,024.
+  EXPECT_EQ(whole.error_message(), text.substr(0, 1021) + "...");
+  const auto errors = errorsOf(writing({grpc::Status::OK, {error(StatusCode::NOT_FOUND, text)}}));
+  EXPECT_EQ(errors.at(0).message(), whole.error_message());
+}
+
 TEST_F(Batch, AFailureOfTheAgentsOwnIsInternalAndHarmsNoOtherCall) {
   served.target.onWrite = [](const p4::v1::WriteRequest&,
                              Agent::LoopGate::Deadline) -> FakeTarget::WriteResult {
@@ -110,6 +121,19 @@ TEST_F(Batch, AReadIsToldThatNobodyListensAnyMore) {
 TEST(Utf8, OfValidTextIsTheTextItself) {
   const std::string text = "a \xc2\x80 \xe0\xa0\x80 \xed\x9f\xbf \xf0\x90\x80\x80 \xf4\x8f\xbf\xbf";
   EXPECT_EQ(Agent::Rpc::utf8(text), text);
+}
+
+TEST(StatusText, IsWholeUpToItsLimitAndCutBetweenCharactersBeyondIt) {
+  using Agent::Rpc::statusText;
+  const std::string full(1024, 'a');
+  EXPECT_EQ(statusText(full), full);
+  EXPECT_EQ(statusText(full + "b"), full.substr(0, 1021) + "...");
+  // A character of four bytes, or an escape, that stands across the limit is left out as a whole.
+  const std::string head(1019, 'a'), tail(10, 'b');
+  EXPECT_EQ(statusText(head + "\xf0\x90\x80\x80" + tail), head + "...");
+  EXPECT_EQ(statusText(head + "\xff" + tail), head + "...");
+  EXPECT_EQ(statusText(full.substr(0, 1023) + "\xff"), full.substr(0, 1021) + "...");
+  EXPECT_EQ(statusText(""), "");
 }
 
 TEST(Utf8, EscapesBytesThatAreNoCharacter) {

@@ -76,6 +76,66 @@ TEST(Limit, OfCallsTurnsAwayWhatIsBeyond) {
       << "room is given back";
 }
 
+TEST(Limit, OfCallsLeavesRoomThatStreamsDoNotGet) {
+  Offer offer;
+  offer.calls.calls = 4;
+  Served served(offer);
+  const auto stub = served.client();
+  Stream primary(*stub, stating(1)), two(*stub, unset()), three(*stub, unset());
+  const grpc::Status turnedAway = Stream(*stub).end();
+  EXPECT_EQ(turnedAway.error_code(), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_EQ(turnedAway.error_message(), "3 streams are open already");
+  EXPECT_EQ(writes(*stub, 1), StatusCode::OK);
+  three.close();
+  EXPECT_EQ(Stream(*stub, unset()).last.status().code(), StatusCode::ALREADY_EXISTS);
+}
+
+TEST(Limit, OfRequestBytesIsOfAllThatAreUnderWay) {
+  Offer offer;
+  offer.calls.requestBytes = 100'000;
+  Served served(offer);
+  const auto stub = served.client();
+  Latch latch;
+  served.target.onRead = [&](const p4::v1::ReadRequest&, const FakeTarget::Send&) {
+    latch.wait();
+    return FakeTarget::WriteResult{};
+  };
+  p4::v1::ReadRequest large = readOf();
+  large.set_role(std::string(60'000, 'r'));
+  auto first = std::async(std::launch::async, [&] { return read(*stub, large); });
+  while (served.target.calls < 1) std::this_thread::yield();
+  const grpc::Status second = read(*stub, large);
+  EXPECT_EQ(second.error_code(), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_NE(second.error_message().find("of 100000"), std::string::npos) << second.error_message();
+  Stream primary(*stub, stating(1));
+  EXPECT_EQ(writes(*stub, 1), StatusCode::OK) << "a small one has room";
+  latch.open();
+  EXPECT_TRUE(first.get().ok());
+  EXPECT_TRUE(read(*stub, large).ok()) << "room is given back";
+}
+
+TEST(Limit, OfABatchIsToldBeforeTheTargetIsAsked) {
+  Offer offer;
+  offer.batches = {.updates = 3, .queries = 2};
+  Served served(offer);
+  const auto stub = served.client();
+  Stream primary(*stub, stating(1));
+  p4::v1::WriteRequest updates = writeAs(1);
+  p4::v1::ReadRequest queries = readOf();
+  for (int i = 0; i < 3; ++i) updates.add_updates();
+  for (int i = 0; i < 2; ++i) queries.add_entities();
+  EXPECT_TRUE(write(*stub, updates).ok());
+  EXPECT_TRUE(read(*stub, queries).ok());
+  updates.add_updates();
+  queries.add_entities();
+  const grpc::Status written = write(*stub, updates), answered = read(*stub, queries);
+  EXPECT_EQ(written.error_code(), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_EQ(written.error_message(), "updates: expected at most 3, found 4");
+  EXPECT_EQ(answered.error_code(), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_EQ(answered.error_message(), "entities: expected at most 2, found 3");
+  EXPECT_EQ(served.target.calls, 2);
+}
+
 TEST(Limit, OfConnectionsTurnsAwayFurtherClientsOnly) {
   Offer offer;
   offer.calls.connections = 2;
@@ -175,14 +235,27 @@ TEST(Deadline, ThatPassesEndsAReadThatItsClientDoesNotTake) {
   EXPECT_EQ(reader->Finish().error_code(), StatusCode::DEADLINE_EXCEEDED);
 }
 
-TEST(Deadline, DoesNotConcernStreams) {
+TEST(Deadline, ThatPassesEndsAStreamThatHasNotBeenOpened) {
+  Offer offer;
+  offer.calls.opening = milliseconds(50);
+  Served served(offer);
+  const auto stub = served.client();
+  EXPECT_EQ(Stream(*stub).end().error_code(), StatusCode::DEADLINE_EXCEEDED);
+  Stream talking(*stub);
+  talking.send(Request{});
+  EXPECT_EQ(talking.end().error_code(), StatusCode::DEADLINE_EXCEEDED)
+      << "other messages do not open it";
+}
+
+TEST(Deadline, DoesNotConcernOpenStreams) {
   Offer offer;
   offer.calls.longest = milliseconds(1);
+  offer.calls.opening = milliseconds(2000);
   Served served(offer);
   const auto stub = served.client();
   Stream stream(*stub, stating(1));
   EXPECT_EQ(read(*stub, readOf(device + 1)).ok(), false);
-  std::this_thread::sleep_for(milliseconds(20));
+  std::this_thread::sleep_for(offer.calls.opening + milliseconds(200));
   EXPECT_EQ(stream.state(stating(1)), StatusCode::OK);
 }
 

@@ -120,7 +120,7 @@ TEST(Listening, InPlainTextWhereOthersReachItNeedsLeave) {
   settings.isPlainTextRemoteAllowed = true;
   FakeTarget target;
   Agent::Rpc::Calls calls{{}};
-  Agent::P4::P4RuntimeService service(target, calls, {});
+  Agent::P4::P4RuntimeService service(target, calls, {}, {});
   const Server server(settings, {&service});
   EXPECT_GT(server.addresses().front().port, 0);
 }
@@ -129,7 +129,7 @@ TEST(Listening, OnSeveralAddressesServesAll) {
   const Folder folder;
   FakeTarget target;
   Agent::Rpc::Calls calls{{}};
-  Agent::P4::P4RuntimeService service(target, calls, {});
+  Agent::P4::P4RuntimeService service(target, calls, {}, {});
   Server::Settings settings = on("127.0.0.1:0");
   settings.addresses.push_back(listenAddress("unix:" + (folder / "socket").string()));
   Server server(settings, {&service});
@@ -271,7 +271,7 @@ struct Tls : testing::Test {
 
   FakeTarget target;
   Agent::Rpc::Calls calls{{}};
-  Agent::P4::P4RuntimeService service{target, calls, {}};
+  Agent::P4::P4RuntimeService service{target, calls, {}, {}};
 };
 
 TEST_F(Tls, ServesClientsWithACertificateOfTheAuthoritysOnly) {

@@ -36,11 +36,13 @@ class FakeTarget : public Agent::P4::Target {
   WriteResult write(const p4::v1::WriteRequest& request,
                     Agent::LoopGate::Deadline deadline) override {
     ++calls;
+    if (!isReady) return withoutPipeline();
     return onWrite ? onWrite(request, deadline) : WriteResult{};
   }
   WriteResult read(const p4::v1::ReadRequest& request, Agent::LoopGate::Deadline,
                    const Send& send) override {
     ++calls;
+    if (!isReady) return withoutPipeline();
     return onRead ? onRead(request, send) : WriteResult{};
   }
   grpc::Status pipelineIs(const p4::v1::SetForwardingPipelineConfigRequest& request,
@@ -55,6 +57,11 @@ class FakeTarget : public Agent::P4::Target {
     return grpc::Status::OK;
   }
   bool hasPipeline() const override { return isReady; }
+
+ private:
+  static WriteResult withoutPipeline() {
+    return {{StatusCode::FAILED_PRECONDITION, "there is no pipeline"}, {}};
+  }
 };
 
 // Long enough for any machine; a test that gets there has failed.
@@ -65,13 +72,14 @@ inline std::chrono::system_clock::time_point soon() {
 struct Offer {
   std::string listen = "127.0.0.1:0";
   Agent::P4::Arbitration::Limits arbitration{};
+  Agent::P4::P4RuntimeService::BatchLimits batches{};
   Agent::Rpc::Calls::Limits calls{};
   Agent::Rpc::Server::Limits server{};
 };
 
 struct Served {
   explicit Served(const Offer& offer = {})
-      : calls(offer.calls), service(target, calls, offer.arbitration) {
+      : calls(offer.calls), service(target, calls, offer.arbitration, offer.batches) {
     Agent::Rpc::Server::Settings settings;
     settings.addresses = {Agent::Rpc::listenAddress(offer.listen)};
     settings.limits = offer.server;

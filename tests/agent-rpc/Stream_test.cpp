@@ -232,6 +232,32 @@ TEST_F(StreamChannel, AnAcknowledgementOfAnUnknownDigestIsInvalid) {
   EXPECT_EQ(answer.error().digest_list_ack().digest_list_ack().digest_id(), 9u);
 }
 
+TEST_F(StreamChannel, AnErrorForADigestTellsItsNumbersAndNothingElseOfTheMessage) {
+  Stream stream(*stub, stating(1));
+  Request request;
+  p4::v1::DigestListAck& ack = *request.mutable_digest_ack();
+  ack.set_digest_id(9);
+  ack.set_list_id(77);
+  ack.GetReflection()->MutableUnknownFields(&ack)->AddLengthDelimited(1000,
+                                                                      std::string(500'000, 'x'));
+  stream.send(request);
+  const Response answer = stream.next();
+  EXPECT_EQ(answer.error().digest_list_ack().digest_list_ack().digest_id(), 9u);
+  EXPECT_EQ(answer.error().digest_list_ack().digest_list_ack().list_id(), 77u);
+  EXPECT_LT(answer.ByteSizeLong(), 1000u);
+}
+
+TEST_F(StreamChannel, AMessageOfMoreThanAMebibyteEndsIt) {
+  Stream stream(*stub, stating(1));
+  Request request;
+  request.mutable_packet()->set_payload(std::string(1'000'000, 'x'));
+  stream.send(request);
+  EXPECT_TRUE(stream.next().has_error());
+  request.mutable_packet()->set_payload(std::string(1'048'576, 'x'));
+  stream.send(request);
+  EXPECT_EQ(stream.end().error_code(), StatusCode::RESOURCE_EXHAUSTED);
+}
+
 TEST_F(StreamChannel, AnotherOrAnEmptyMessageIsAnErrorAndNoEnd) {
   Stream stream(*stub, stating(1));
   Request other;

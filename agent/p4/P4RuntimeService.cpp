@@ -233,9 +233,10 @@ grpc::Status P4RuntimeService::converse(Rpc::Calls::Call& call, Stream& stream, 
                                       streamMessageBytes, size));
     }
     if (message.has_arbitration()) {
+      // Before it is accepted, which may wait for the old primary's writes; a refusal ends it.
+      call.opened();
       const google::rpc::Status status = session.update(message.arbitration());
       if (status.code() != StatusCode::OK) return grpcStatus(status);
-      call.opened();
     } else {
       outbox.offer(errorFor(message, session.isPrimary()));
     }

@@ -13,8 +13,7 @@
 // Another device is NOT_FOUND, a caller who is not the primary PERMISSION_DENIED, too large a batch
 // RESOURCE_EXHAUSTED. There is no packet I/O.
 //
-// A stream is opened by its first arbitration message that is accepted, for which it has a limited
-// time.
+// A stream is opened by its first arbitration message, for which it has a limited time.
 #pragma once
 
 #include <mutex>

@@ -38,7 +38,7 @@ struct RemoteOptions {
   uint32_t connections = 64;
   uint32_t calls = 256;
   uint32_t updates = 1'000'000;  // of one write
-  uint32_t waiting = 64;  // calls that wait for the tables
+  uint32_t waiting = 64;         // calls that wait for the tables
   uint32_t callSeconds = 60;
   uint32_t keepAliveSeconds = 60;
 };

@@ -1,6 +1,5 @@
 #include "agent/p4/ActiveReads.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace Agent::P4 {
@@ -16,28 +15,30 @@ class ActiveReads::Filling {
       : read_(read), store_(store), limits_(limits) {}
 
   Piece run() {
-    while (!isFull() && read_.at < read_.steps.size()) {
-      const Step& step = read_.steps[read_.at];
+    const auto steps = read_.plan.steps();
+    while (!isFull() && read_.at < steps.size()) {
+      const Step& step = steps[read_.at];
+      ++visits_;
       if (step.key.isNull() ? !nextRow(step) : !oneRow(step)) {
         read_.row.reset();
         ++read_.at;
       }
     }
-    while (!isFull() && !read_.kept.empty()) giveKept();
-    piece_.isLast = read_.at == read_.steps.size() && read_.kept.empty();
+    for (; !isFull() && !read_.kept.empty(); ++visits_) giveKept();
+    piece_.isLast = read_.at == steps.size() && read_.kept.empty();
     return std::move(piece_);
   }
 
  private:
-  bool isFull() const { return piece_.found.size() >= limits_.rows || bytes_ >= limits_.bytes; }
+  bool isFull() const { return visits_ >= limits_.visits || bytes_ >= limits_.bytes; }
 
-  void give(size_t query, Image image) {
+  void give(size_t step, Image image) {
     bytes_ += image.bytes();
-    piece_.found.push_back({query, std::move(image)});
+    piece_.found.push_back({step, std::move(image)});
   }
   void giveUnlessKept(const Step& step, Vane::BaseRow row) {
     if (!read_.kept.empty() && read_.kept.contains(keyOf(*step.role, row))) return;
-    give(step.query, store_.image(*step.role, std::move(row)));
+    give(read_.at, store_.image(*step.role, std::move(row)));
   }
 
   // False when there is no more. The iterator is moved on only now: it would give the row that it
@@ -46,9 +47,15 @@ class ActiveReads::Filling {
     if (read_.row) {
       ++*read_.row;
     } else {
-      read_.row = store_.table(*step.role).begin(0);
+      auto& table = store_.table(*step.role);
+      read_.walk.emplace(table);
+      read_.row = table.begin(0);
     }
-    if (!*read_.row) return false;
+    if (!*read_.row) {
+      read_.walk->needAll(step.role->rowTable);
+      return false;
+    }
+    read_.walk->visited();
     giveUnlessKept(step, **read_.row);
     return true;
   }
@@ -62,8 +69,9 @@ class ActiveReads::Filling {
   void giveKept() {
     const auto first = read_.kept.begin();
     if (first->second) {
-      for (const Step& step : read_.steps) {
-        if (asksFor(step, *first->second->role, first->first)) give(step.query, *first->second);
+      const Image& image = *first->second;
+      for (const size_t step : {read_.plan.ofRole(*image.role), read_.plan.ofKey(first->first)}) {
+        if (step != Plan::none) give(step, image);
       }
     }
     read_.kept.erase(first);
@@ -73,12 +81,36 @@ class ActiveReads::Filling {
   const RowStore& store_;
   const Limits& limits_;
   Piece piece_;
+  size_t visits_ = 0;
   size_t bytes_ = 0;
 };
 
-ActiveReads::Id ActiveReads::begin(std::vector<Step> steps) {
+size_t ActiveReads::Plan::step(const Role& role, Vane::BaseRow key) {
+  size_t* at = nullptr;
+  if (key.isNull()) {
+    if (ofRole_.size() <= role.index) ofRole_.resize(role.index + 1, none);
+    at = &ofRole_[role.index];
+  } else {
+    at = &ofKey_.try_emplace(keyOf(role, key), none).first->second;
+  }
+  if (*at == none) {
+    *at = steps_.size();
+    steps_.push_back({&role, std::move(key)});
+  }
+  return *at;
+}
+
+size_t ActiveReads::Plan::ofRole(const Role& role) const {
+  return role.index < ofRole_.size() ? ofRole_[role.index] : none;
+}
+size_t ActiveReads::Plan::ofKey(const EntityKey& key) const {
+  const auto found = ofKey_.find(key);
+  return found == ofKey_.end() ? none : found->second;
+}
+
+ActiveReads::Id ActiveReads::begin(Plan plan) {
   dropAbandoned();
-  reads_.emplace(++last_, Read{.steps = std::move(steps)});
+  reads_.emplace(++last_, Read{.plan = std::move(plan)});
   return last_;
 }
 
@@ -111,10 +143,6 @@ void ActiveReads::endAll(const Fault& fault) {
   for (auto& [id, read] : reads_) read.fault = fault;
 }
 
-bool ActiveReads::asksFor(const Step& step, const Role& role, const EntityKey& key) {
-  return step.role == &role && (step.key.isNull() || keyOf(role, step.key) == key);
-}
-
 void ActiveReads::beforeChange(const Role& role, const Vane::BaseRow& key,
                                const Vane::BaseRow& before) {
   if (reads_.empty()) return;
@@ -127,10 +155,9 @@ void ActiveReads::beforeChange(const Role& role, const Vane::BaseRow& key,
 void ActiveReads::keep(Read& read, const Role& role, const Vane::BaseRow& keyRow,
                        const Vane::BaseRow& before) {
   const EntityKey key = keyOf(role, keyRow);
-  const auto toCome = std::span(read.steps).subspan(read.at);
-  const bool asked =
-      std::ranges::any_of(toCome, [&](const Step& step) { return asksFor(step, role, key); });
-  if (!asked || read.kept.contains(key)) return;
+  const auto isToCome = [&](size_t step) { return step != Plan::none && step >= read.at; };
+  if (!isToCome(read.plan.ofRole(role)) && !isToCome(read.plan.ofKey(key))) return;
+  if (read.kept.contains(key)) return;
   std::optional<Image> image;
   if (!before.isNull()) image = store_.image(role, before);
   read.keptBytes += absentBytes + (image ? image->bytes() : 0);

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -31,10 +32,26 @@ class ActiveReads final : public ChangeWitness {
   struct Step {
     const Role* role = nullptr;
     Vane::BaseRow key;
-    size_t query = 0;  // which one asks
+  };
+  // What a read asks for, each once.
+  class Plan {
+   public:
+    static constexpr size_t none = ~size_t{0};
+
+    // The step that asks for this, a new one if there is none yet.
+    size_t step(const Role& role, Vane::BaseRow key);
+    std::span<const Step> steps() const { return steps_; }
+    // The steps that give an entity; none if there is none.
+    size_t ofRole(const Role& role) const;
+    size_t ofKey(const EntityKey& key) const;
+
+   private:
+    std::vector<Step> steps_;
+    std::vector<size_t> ofRole_;  // by role
+    std::unordered_map<EntityKey, size_t, EntityKeyHash> ofKey_;
   };
   struct Found {
-    size_t query;
+    size_t step;
     Image image;
   };
   struct Piece {
@@ -42,15 +59,16 @@ class ActiveReads final : public ChangeWitness {
     bool isLast = false;
   };
   struct Limits {
-    size_t rows = 2048;  // of a piece, as the next
-    size_t bytes = 512 << 10;
+    size_t visits = 2048;          // of rows and keys, there or not, for a piece
+    size_t bytes = 512 << 10;      // of a piece
     size_t keptBytes = 64u << 20;  // of a read
   };
 
   ActiveReads(RowStore& store, Limits limits) : store_(store), limits_(limits) {}
 
-  Id begin(std::vector<Step> steps);
-  // The read is over after its last piece, and when a Fault is thrown.
+  Id begin(Plan plan);
+  // The read is over after its last piece, and when an exception is thrown: a Fault, or
+  // CorruptionDetectedException at the end of a table that had rows which could not be read.
   Piece next(Id id);
   // From any thread: nobody will ask for the next piece.
   void abandon(Id id);
@@ -62,9 +80,10 @@ class ActiveReads final : public ChangeWitness {
 
  private:
   struct Read {
-    std::vector<Step> steps;
+    Plan plan;
     size_t at = 0;                                   // the step under way
     std::unique_ptr<Vane::VaRowIteratorImpl> row{};  // stands on the row last given
+    std::optional<CompleteWalk> walk{};              // of that step
     // As it was; without a row: it was not there.
     std::unordered_map<EntityKey, std::optional<Image>, EntityKeyHash> kept{};
     size_t keptBytes = 0;
@@ -75,7 +94,6 @@ class ActiveReads final : public ChangeWitness {
 
   void dropAbandoned();
   void keep(Read& read, const Role& role, const Vane::BaseRow& key, const Vane::BaseRow& before);
-  static bool asksFor(const Step& step, const Role& role, const EntityKey& key);
 
   RowStore& store_;
   const Limits limits_;

@@ -134,7 +134,7 @@ class Check {
 
     Pipeline::Part& part = made.parts[roles_.table(table.preamble().id())->index];
     part.isOffered = true;
-    part.hasAction = checkActionRefs(table, mine);
+    checkActionRefs(table, mine, part);
     part.size = sizeUpTo(static_cast<uint64_t>(mine.size()), table.size(), "size");
   }
 
@@ -161,10 +161,8 @@ class Check {
     }
   }
 
-  // Whether the table's own action is among them.
-  bool checkActionRefs(const p4::config::v1::Table& table,
-                       const p4::config::v1::Table& mine) const {
-    bool found = false;
+  void checkActionRefs(const p4::config::v1::Table& table, const p4::config::v1::Table& mine,
+                       Pipeline::Part& part) const {
     std::set<uint32_t> ids;
     for (const ActionRef& ref : table.action_refs()) {
       const bool same = std::ranges::any_of(
@@ -175,19 +173,20 @@ class Check {
       if (!has(info_.actions(), ref.id())) {
         invalid("action id {:#010x} is no action of this P4Info", ref.id());
       }
-      const bool scoped = ref.id() == noActionId ? ref.scope() == ActionRef::DEFAULT_ONLY
-                                                 : ref.scope() == ActionRef::TABLE_ONLY ||
-                                                       ref.scope() == ActionRef::TABLE_AND_DEFAULT;
-      if (!scoped) {
-        invalid("action id {:#010x} cannot have scope {}", ref.id(), static_cast<int>(ref.scope()));
+      const auto scope = ref.id() == noActionId ? ActionRef::DEFAULT_ONLY : ActionRef::TABLE_ONLY;
+      if (ref.scope() != scope) {
+        invalid("action id {:#010x} has scope {}, expected {}", ref.id(),
+                ActionRef::Scope_Name(ref.scope()), ActionRef::Scope_Name(scope));
       }
-      found = found || ref.id() != noActionId;
+      (ref.id() == noActionId ? part.hasNoAction : part.hasAction) = true;
     }
-    return found;
   }
 
   void checkDefault(const p4::config::v1::Table& table) const {
     const uint32_t constant = table.const_default_action_id();
+    if (constant == 0) {
+      invalid("const_default_action_id is not set, expected NoAction (id {:#010x})", noActionId);
+    }
     const uint32_t initial = table.initial_default_action().action_id();
     for (const uint32_t id : {constant, initial}) {
       if (id != 0 && id != noActionId) {
@@ -215,7 +214,9 @@ class Check {
       }
     }
     for (const Role& role : roles_.tables()) {
-      part.hasAction = part.hasAction || (role.kind == Kind::route && made.part(role).hasAction);
+      if (role.kind != Kind::route) continue;
+      part.hasAction = part.hasAction || made.part(role).hasAction;
+      part.hasNoAction = part.hasNoAction || made.part(role).hasNoAction;
     }
     part.size = sizeUpTo(static_cast<uint64_t>(mine.size()), profile.size(), "size");
     made.maxGroupSize =

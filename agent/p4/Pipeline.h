@@ -15,7 +15,8 @@ struct Pipeline {
   // What a P4 table, or the profile, may be used for.
   struct Part {
     bool isOffered = false;
-    bool hasAction = false;  // entries can be written
+    bool hasAction = false;    // entries can be written
+    bool hasNoAction = false;  // NoAction is one of its actions, if for default entries only
     uint64_t size = 0;
   };
 

@@ -1,5 +1,7 @@
 #include "agent/p4/Query.h"
 
+#include <algorithm>
+
 #include "agent/p4/Fault.h"
 
 namespace Agent::P4 {
@@ -7,10 +9,10 @@ namespace {
 
 class Maker {
  public:
-  Maker(const Roles& roles, const Pipeline& pipeline, Translator& translator, size_t at)
-      : roles_(roles), pipeline_(pipeline), translator_(translator), at_(at) {}
+  Maker(const Roles& roles, const Pipeline& pipeline, Translator& translator, Selection& to)
+      : roles_(roles), pipeline_(pipeline), translator_(translator), to_(to) {}
 
-  Query make(const p4::v1::Entity& from) {
+  void make(const p4::v1::Entity& from) {
     switch (from.entity_case()) {
       case p4::v1::Entity::kTableEntry:
         tableEntry(from.table_entry());
@@ -30,24 +32,24 @@ class Maker {
              "entities of this kind are not supported; expected "
              "table entries, action profile members and groups");
     }
-    return std::move(made_);
   }
 
  private:
   void tableEntry(const p4::v1::TableEntry& from) {
     if (from.table_id() == 0) return allTables(from);
     const Role& role = translator_.table(from.table_id());
-    if (from.is_default_action()) {
-      if (from.match_size() != 0 || from.priority() != 0) {
-        invalid("the default entry has no match and no priority");
-      }
-      made_.defaults.push_back(&role);
-      return;
-    }
-    const auto where = [&] { return fmt::format("table \"{}\"", role.name); };
-    within(where, [&] { filters(role, from); });
-    if (from.match_size() == 0) return step(role, {});
-    within(where, [&] { step(role, translator_.keyRow(role, from)); });
+    within([&] { return fmt::format("table \"{}\"", role.name); },
+           [&] {
+             if (from.is_default_action()) {
+               Translator::needBareDefault(from);
+               return to_.defaultOf(role);
+             }
+             Translator::needNoPriority(from);
+             Vane::BaseRow key;
+             if (from.match_size() != 0) key = translator_.keyRow(role, from);
+             if (!canHave(role, from.action())) return;
+             to_.entitiesOf(role, std::move(key), {from.metadata(), from.controller_metadata()});
+           });
   }
 
   void allTables(const p4::v1::TableEntry& from) {
@@ -60,18 +62,11 @@ class Maker {
     }
   }
 
-  void filters(const Role& role, const p4::v1::TableEntry& from) {
-    if (from.priority() != 0) {
-      invalid("priority {}: expected 0, the table's entries have none", from.priority());
-    }
-    made_.metadata = from.metadata();
-    made_.controllerMetadata = from.controller_metadata();
-    if (from.action().type_case() == p4::v1::TableAction::TYPE_NOT_SET) return;
-    // Every entry of a direct table has its one action.
-    if (role.kind != Kind::encap || !from.action().has_action() ||
-        from.action().action().action_id() != role.actionId) {
-      invalid("entries can be selected by the action of a direct table only");
-    }
+  // Every entry of a direct table has its one action; those of others have none of their own.
+  static bool canHave(const Role& role, const p4::v1::TableAction& action) {
+    if (action.type_case() == p4::v1::TableAction::TYPE_NOT_SET) return true;
+    return role.kind == Kind::encap && action.has_action() &&
+           action.action().action_id() == role.actionId;
   }
 
   void profileEntity(const Role& role, uint32_t profile, uint32_t id) {
@@ -85,29 +80,37 @@ class Maker {
     step(role, id == 0 ? Vane::BaseRow() : translator_.keyRow(role, id));
   }
 
-  void step(const Role& role, Vane::BaseRow key) {
-    made_.steps.push_back({&role, std::move(key), at_});
-  }
+  void step(const Role& role, Vane::BaseRow key) { to_.entitiesOf(role, std::move(key), {}); }
 
   const Roles& roles_;
   const Pipeline& pipeline_;
   Translator& translator_;
-  const size_t at_;
-  Query made_;
+  Selection& to_;
 };
 
 }  // namespace
 
-bool Query::selects(const p4::v1::Entity& entity) const {
+bool Filter::selects(const p4::v1::Entity& entity) const {
   if (!entity.has_table_entry()) return true;
   const auto& entry = entity.table_entry();
   return (metadata.empty() || metadata == entry.metadata()) &&
          (controllerMetadata == 0 || controllerMetadata == entry.controller_metadata());
 }
 
-Query makeQuery(const Roles& roles, const Pipeline& pipeline, Translator& translator,
-                const p4::v1::Entity& from, size_t at) {
-  return Maker(roles, pipeline, translator, at).make(from);
+void Selection::entitiesOf(const Role& role, Vane::BaseRow key, const Filter& filter) {
+  const size_t step = plan_.step(role, std::move(key));
+  filters_.resize(plan_.steps().size());
+  filters_[step].insert(filter);
+}
+
+bool Selection::wants(size_t step, const p4::v1::Entity& entity) const {
+  return std::ranges::any_of(filters_[step],
+                             [&](const Filter& filter) { return filter.selects(entity); });
+}
+
+void addQuery(const Roles& roles, const Pipeline& pipeline, Translator& translator,
+              const p4::v1::Entity& from, Selection& to) {
+  Maker(roles, pipeline, translator, to).make(from);
 }
 
 }  // namespace Agent::P4

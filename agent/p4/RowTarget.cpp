@@ -1,6 +1,6 @@
 #include "agent/p4/RowTarget.h"
 
-#include <optional>
+#include <chrono>
 #include <utility>
 
 #include "agent/p4/P4Info.h"
@@ -25,6 +25,14 @@ class AtEnd {
  private:
   F f_;
 };
+
+// Updates or queries that are translated between two looks at the clock.
+constexpr size_t betweenLooks = 256;
+
+void needTime(LoopGate::Deadline deadline) {
+  if (std::chrono::system_clock::now() < deadline) return;
+  fail(StatusCode::DEADLINE_EXCEEDED, "the deadline passed before the whole request was read");
+}
 
 Fault pipelineChanged() {
   return {StatusCode::ABORTED, "another forwarding pipeline was committed meanwhile"};
@@ -147,7 +155,7 @@ Target::WriteResult RowTarget::write(const WriteRequest& request, LoopGate::Dead
       invalid("atomicity {} is not known", static_cast<int>(request.atomicity()));
   }
   do {
-    translate(request, batch);
+    translate(request, deadline, batch);
     if (batch.isAllOrNothing && batch.hasFailed) {
       batch.abortRest("not tried: another update of the batch is faulty");
     } else if (!batch.updates.empty()) {
@@ -169,7 +177,7 @@ Target::WriteResult RowTarget::write(const WriteRequest& request, LoopGate::Dead
   return {refused(currentFault()), {}};
 }
 
-void RowTarget::translate(const WriteRequest& request, Batch& batch) {
+void RowTarget::translate(const WriteRequest& request, LoopGate::Deadline deadline, Batch& batch) {
   batch.pipeline = current();
   if (!batch.pipeline) {
     fail(StatusCode::FAILED_PRECONDITION, "there is no forwarding pipeline yet");
@@ -181,6 +189,7 @@ void RowTarget::translate(const WriteRequest& request, Batch& batch) {
   batch.results.assign(count, {});
   Translator translator(roles_, *batch.pipeline);
   for (size_t at = 0; at < count; ++at) {
+    if (at % betweenLooks == 0) needTime(deadline);
     try {
       batch.updates[at] = translator.update(request.updates(static_cast<int>(at)));
     } catch (...) {
@@ -221,55 +230,63 @@ void RowTarget::applyAll(Batch& batch) {
 
 Target::WriteResult RowTarget::read(const p4::v1::ReadRequest& request, LoopGate::Deadline deadline,
                                     const Send& send) try {
-  const PipelinePtr pipeline = current();
-  if (!pipeline) fail(StatusCode::FAILED_PRECONDITION, "there is no forwarding pipeline yet");
-  WriteResult result;
-  Translator translator(roles_, *pipeline);
-  std::vector<Query> queries;
-  for (const auto& entity : request.entities()) {
-    p4::v1::Error& error = result.results.emplace_back();
-    try {
-      queries.push_back(makeQuery(roles_, *pipeline, translator, entity, queries.size()));
-    } catch (...) {
-      const Fault fault = currentFault();
-      error = errorOf(fault);
-      tally_.failed(fault.code(), nullptr);
-    }
+  for (;;) {
+    const PipelinePtr pipeline = current();
+    if (!pipeline) fail(StatusCode::FAILED_PRECONDITION, "there is no forwarding pipeline yet");
+    WriteResult result;
+    const Selection selection = select(request, *pipeline, deadline, result.results);
+    Answer to(send);
+    if (!answer(selection, pipeline, deadline, to)) continue;
+    tally_.read(to.count());
+    for (const auto& error : result.results) tally_.failed(error.canonical_code(), nullptr);
+    return result;
   }
-  Answer to(send);
-  answer(queries, pipeline, deadline, to);
-  tally_.read(to.count());
-  return result;
 } catch (...) {
   return {refused(currentFault()), {}};
 }
 
-void RowTarget::answer(const std::vector<Query>& queries, const PipelinePtr& pipeline,
-                       LoopGate::Deadline deadline, Answer& to) {
-  std::vector<ActiveReads::Step> steps;
-  for (const Query& query : queries) {
-    for (const Role* table : query.defaults) {
-      Renderer::defaultEntry(*table, to.next());
-      to.keep();
+Selection RowTarget::select(const p4::v1::ReadRequest& request, const Pipeline& pipeline,
+                            LoopGate::Deadline deadline, std::vector<p4::v1::Error>& results) {
+  Selection selection;
+  Translator translator(roles_, pipeline);
+  for (const auto& entity : request.entities()) {
+    if (results.size() % betweenLooks == 0) needTime(deadline);
+    p4::v1::Error& error = results.emplace_back();
+    try {
+      addQuery(roles_, pipeline, translator, entity, selection);
+    } catch (...) {
+      error = errorOf(currentFault());
     }
-    steps.insert(steps.end(), query.steps.begin(), query.steps.end());
+  }
+  return selection;
+}
+
+bool RowTarget::answer(const Selection& selection, const PipelinePtr& pipeline,
+                       LoopGate::Deadline deadline, Answer& to) {
+  for (const uint32_t table : selection.defaults()) {
+    Renderer::defaultEntry(*roles_.table(table), to.next());
+    to.keep();
   }
   const Renderer renderer(roles_, *pipeline);
+  ActiveReads::Plan plan = selection.plan();
   ActiveReads::Id id = 0;
   ActiveReads::Piece piece;
-  piece.isLast = steps.empty();
+  piece.isLast = plan.steps().empty();
+  bool isOutdated = false;
   try {
     while (!piece.isLast) {
       onLoop(deadline, [&] {
         if (id == 0) {
-          needCurrent(pipeline);
-          id = reads_.begin(std::move(steps));
+          isOutdated = pipeline != current();
+          if (isOutdated) return;
+          id = reads_.begin(std::move(plan));
         }
         piece = reads_.next(id);
       });
+      if (isOutdated) return false;
       for (const ActiveReads::Found& found : piece.found) {
         p4::v1::Entity& entity = to.next();
-        if (renderer.entity(found.image, entity) && queries[found.query].selects(entity)) {
+        if (renderer.entity(found.image, entity) && selection.wants(found.step, entity)) {
           to.keep();
         } else {
           to.drop();
@@ -279,17 +296,14 @@ void RowTarget::answer(const std::vector<Query>& queries, const PipelinePtr& pip
       to.flush();
       if (to.isHeard() || piece.isLast) continue;
       reads_.abandon(id);
-      return;
+      return true;
     }
   } catch (...) {
     if (id != 0) reads_.abandon(id);
     throw;
   }
   to.flush();
-}
-
-void RowTarget::needCurrent(const PipelinePtr& pipeline) const {
-  if (pipeline != current()) throw pipelineChanged();
+  return true;
 }
 
 grpc::Status RowTarget::pipelineIs(const SetForwardingPipelineConfigRequest& request,

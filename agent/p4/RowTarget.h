@@ -69,14 +69,17 @@ class RowTarget final : public Target {
 
   // What reads and writes go by; null: nothing yet.
   PipelinePtr current() const;
-  void needCurrent(const PipelinePtr& pipeline) const;
 
-  void translate(const p4::v1::WriteRequest& request, Batch& batch);
+  void translate(const p4::v1::WriteRequest& request, LoopGate::Deadline deadline, Batch& batch);
   void apply(Batch& batch);
   void applyAll(Batch& batch);
 
-  void answer(const std::vector<Query>& queries, const PipelinePtr& pipeline,
-              LoopGate::Deadline deadline, Answer& to);
+  // What the good queries select; each has its result.
+  Selection select(const p4::v1::ReadRequest& request, const Pipeline& pipeline,
+                   LoopGate::Deadline deadline, std::vector<p4::v1::Error>& results);
+  // False, with nothing sent, if the pipeline has changed before the first look at the tables.
+  bool answer(const Selection& selection, const PipelinePtr& pipeline, LoopGate::Deadline deadline,
+              Answer& to);
 
   void commit(p4::v1::SetForwardingPipelineConfigRequest::Action action,
               std::shared_ptr<Pipeline> pipeline);

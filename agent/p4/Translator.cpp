@@ -15,6 +15,7 @@ using p4::v1::FieldMatch;
 using Op = Update::Op;
 
 constexpr uint32_t lastPort = 0xfffffeff;
+constexpr size_t maxMetadata = 4096;  // bytes of an entry; held in memory
 
 Op opOf(p4::v1::Update::Type type) {
   switch (type) {
@@ -34,12 +35,13 @@ std::string called(const Role& role) {
   return (role.isTable() ? "table " : "action profile ") + quoted(role.name);
 }
 
-void needClientId(uint32_t id, const char* what) {
+// Members and groups of ours are not there for clients.
+void needClientId(uint32_t id, const char* what, Op op) {
   if (id == 0) invalid("{} id 0", what);
-  if (isReservedId(id)) {
-    invalid("{} id {}: expected 1 to {}; those above are kept for one-shot action sets", what, id,
-            reservedIdBit - 1);
-  }
+  if (!isReservedId(id)) return;
+  if (op != Op::insert) fail(StatusCode::NOT_FOUND, "{} {} is not there", what, id);
+  invalid("{} id {}: expected 1 to {}; those above are kept for one-shot action sets", what, id,
+          reservedIdBit - 1);
 }
 
 // What is left of a prefix value once its length is known.
@@ -188,6 +190,10 @@ void Translator::tableEntry(const p4::v1::TableEntry& entry, Update& made) {
            if (entry.idle_timeout_ns() != 0 || entry.has_time_since_last_hit()) {
              invalid("the table has no idle timeout");
            }
+           if (entry.metadata().size() > maxMetadata) {
+             invalid("metadata of {} bytes, expected at most {}", entry.metadata().size(),
+                     maxMetadata);
+           }
            made.side = unlessDefault(
                {.metadata = entry.metadata(), .controllerMetadata = entry.controller_metadata()});
            made.keepsAction = !entry.has_action();
@@ -205,19 +211,27 @@ void Translator::tableEntry(const p4::v1::TableEntry& entry, Update& made) {
 // It is NoAction for good, whatever is asked.
 void Translator::defaultEntry(const p4::v1::TableEntry& entry, Op op) const {
   if (op != Op::modify) invalid("the default entry can only be modified");
-  if (entry.match_size() != 0 || entry.priority() != 0) {
-    invalid("the default entry has no match and no priority");
-  }
+  needBareDefault(entry);
   if (entry.idle_timeout_ns() != 0 || entry.has_time_since_last_hit()) {
     invalid("the default entry has no idle timeout");
   }
   fail(StatusCode::PERMISSION_DENIED, "the default entry is constant");
 }
 
-void Translator::readKey(const Role& role, const p4::v1::TableEntry& entry) {
+void Translator::needNoPriority(const p4::v1::TableEntry& entry) {
   if (entry.priority() != 0) {
     invalid("priority {}: expected 0, the table's entries have none", entry.priority());
   }
+}
+
+void Translator::needBareDefault(const p4::v1::TableEntry& entry) {
+  if (entry.match_size() != 0 || entry.priority() != 0) {
+    invalid("the default entry has no match and no priority");
+  }
+}
+
+void Translator::readKey(const Role& role, const p4::v1::TableEntry& entry) {
+  needNoPriority(entry);
   uint32_t given = 0;  // bit i: key i
   for (const FieldMatch& match : entry.match()) {
     const uint32_t at = match.field_id() - 1;
@@ -272,7 +286,7 @@ void Translator::readAction(const p4::v1::TableAction& action, Update& made) {
 }
 
 void Translator::readCall(const Role& role, const p4::v1::Action& call) {
-  if (call.action_id() == noActionId) {
+  if (call.action_id() == noActionId && pipeline_.part(role).hasNoAction) {
     fail(StatusCode::PERMISSION_DENIED, "NoAction is for default entries only");
   }
   if (call.action_id() != role.actionId) {
@@ -362,7 +376,7 @@ void Translator::member(const p4::v1::ActionProfileMember& member, Update& made)
   needProfile(member.action_profile_id());
   within([&] { return called(role); },
          [&] {
-           needClientId(member.member_id(), "member");
+           needClientId(member.member_id(), "member", made.op);
            if (made.op == Op::del) {
              made.row = keyRow(role, member.member_id());
              return;
@@ -385,7 +399,7 @@ void Translator::group(const ActionProfileGroup& group, Update& made) {
   needProfile(group.action_profile_id());
   within([&] { return called(role); },
          [&] {
-           needClientId(group.group_id(), "group");
+           needClientId(group.group_id(), "group", made.op);
            if (made.op == Op::del) {
              made.row = keyRow(role, group.group_id());
              return;

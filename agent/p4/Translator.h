@@ -28,6 +28,9 @@ class Translator {
   // Throws Fault for an id that the pipeline does not offer.
   const Role& table(uint32_t id) const;
   void needProfile(uint32_t id) const;
+  // What holds for every table here.
+  static void needNoPriority(const p4::v1::TableEntry& entry);
+  static void needBareDefault(const p4::v1::TableEntry& entry);
 
  private:
   using Values = std::vector<Vane::ColumnValue>;

@@ -197,6 +197,26 @@ TEST_F(ActionProfile, WhatIsInUseIsNotDeleted) {
               ElementsAre(0, 0, 0));
 }
 
+TEST_F(ActionProfile, MembersAndGroupsAreDeletedByTheirIdsWhateverElseIsSaid) {
+  programMembers(1);
+  ASSERT_EQ(at.code(insert(group(7, {}))), 0);
+  Entity oddMember = member(1);
+  oddMember.mutable_action_profile_member()->mutable_action()->set_action_id(99);
+  Entity oddGroup = group(7, {{99, -3}, {99, 0}}, -1);
+  EXPECT_THAT(at.codes({del(oddMember), del(oddGroup)}), ElementsAre(0, 0));
+  EXPECT_EQ(at.size("VaneEcmpMember") + at.size("VaneEcmpGroup"), 0u);
+}
+
+TEST_F(ActionProfile, AGroupIsCheckedWhenItIsModifiedAsWhenItIsInserted) {
+  programMembers(2);
+  ASSERT_EQ(at.code(insert(group(7, {{1}}))), 0);
+  EXPECT_THAT(at.codes({modify(group(7, {{3}})), modify(group(7, {{2}, {2}})),
+                        modify(group(7, {{2, 0}})), modify(group(7, {{2, -1}})),
+                        modify(group(7, {{2, 1025}})), modify(group(7, {{0}}))}),
+              ElementsAre(5, 3, 3, 3, 8, 3));
+  EXPECT_THAT(at.read(allGroups()), ElementsAre(IsEntity(group(7, {{1}}))));
+}
+
 TEST_F(ActionProfile, FullTablesOfMembersAndGroupsSaySo) {
   programMembers(64);
   EXPECT_EQ(at.code(insert(member(65))), StatusCode::RESOURCE_EXHAUSTED);
@@ -344,7 +364,12 @@ TEST_F(ActionProfile, OneShotSetsAndMembersAreNotMixedInItsTables) {
 
 TEST_F(ActionProfile, TheAgentsOwnMembersAreNotForClients) {
   ASSERT_EQ(at.code(insert(toSet(prefix(1), {{1}}))), 0);
-  EXPECT_EQ(at.code(del(member(0x80000001))), 3);
+  EXPECT_EQ(at.code(del(member(0x80000001))), StatusCode::NOT_FOUND);
+  EXPECT_EQ(at.code(modify(member(0x80000001))), StatusCode::NOT_FOUND);
+  EXPECT_EQ(at.code(insert(member(0x80000001))), 3);
+  EXPECT_EQ(at.code(del(group(0x80000002, {}))), StatusCode::NOT_FOUND);
+  EXPECT_EQ(at.code(modify(group(0x80000002, {}))), StatusCode::NOT_FOUND);
+  EXPECT_EQ(at.code(insert(group(0x80000002, {}))), 3);
   EXPECT_EQ(at.code(insert(group(7, {{0x80000001}}))), StatusCode::NOT_FOUND);
   EXPECT_THAT(at.read(member(0x80000001)), IsEmpty());
   EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toSet(prefix(1), {{1}}))));

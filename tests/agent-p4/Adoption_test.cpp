@@ -189,6 +189,36 @@ TEST_F(Adoption, MetadataIsNotGivenToARowThatCopiesAHandle) {
   EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(route)));
 }
 
+// Was taken for the whole table: what a route that could not be read uses was an orphan.
+TEST_F(Adoption, OfATableThatCannotBeReadOnRemovesNothing) {
+  std::vector<Update> updates;
+  for (uint8_t i = 0; i < 5; ++i) updates.push_back(insert(toSet(prefix(i), {{i}})));
+  ASSERT_THAT(at.codes(updates), testing::Each(0));
+  const uint32_t whole = at.slotsAre("VaneIpv4Override", 2);
+  at.onLoop([&] {
+    const Agent::P4::Roles roles({}, at.database().get());
+    Agent::P4::Tally tally(roles);
+    Agent::P4::RowStore store(roles, *at.database(), tally);
+    EXPECT_THROW(store.references(), Guard::CorruptionDetectedException);
+  });
+  at.slotsAre("VaneIpv4Override", whole);
+  EXPECT_EQ(at.size("VaneEcmpGroup"), 5u);
+  EXPECT_EQ(at.size("VaneEcmpMember"), 5u);
+  EXPECT_EQ(at.read(allEntries()).size(), 5u);
+}
+
+TEST_F(Adoption, WhatMayBeInUseIsNotDeletedWhileATableCannotBeReadOn) {
+  ASSERT_THAT(at.codes({insert(member(1)), insert(member(2)), insert(toMember(prefix(1), 2)),
+                        insert(toMember(prefix(2), 1))}),
+              testing::Each(0));
+  writeRoute("10.9.0.0/16", 1, 2);
+  const uint32_t whole = at.slotsAre("VaneIpv4Override", 1);
+  EXPECT_EQ(at.code(del(member(1))), StatusCode::DATA_LOSS);
+  at.slotsAre("VaneIpv4Override", whole);
+  EXPECT_EQ(at.code(del(member(1))), StatusCode::FAILED_PRECONDITION);
+  EXPECT_EQ(at.size("VaneEcmpMember"), 2u);
+}
+
 TEST_F(Adoption, OneShotSetsThatOthersWroteKeepPlainRoutesOut) {
   ASSERT_THAT(at.codes({insert(member(1)), insert(toSet(prefix(1), {{1}}))}), ElementsAre(0, 0));
   const uint32_t group = 0x80000002;  // of the set: its one member came before

@@ -131,6 +131,18 @@ TEST_F(Batch, IsCountedByOutcomeAndTable) {
   EXPECT_EQ(counters.tables[2].deletes, 1u);
 }
 
+TEST_F(Batch, OfManyFailuresHasAResultForEach) {
+  std::vector<Update> updates;
+  for (uint32_t id = 1; id <= 200; ++id) updates.push_back(del(member(id)));
+  const auto result = at.write(updates);
+  EXPECT_TRUE(result.refused.ok());
+  ASSERT_EQ(result.results.size(), 200u);
+  for (uint32_t id = 1; id <= 200; ++id) {
+    EXPECT_EQ(result.results[id - 1].canonical_code(), StatusCode::NOT_FOUND);
+    EXPECT_EQ(result.results[id - 1].message(), "member " + std::to_string(id) + " is not there");
+  }
+}
+
 TEST_F(Batch, ThatComesWhenTheLoopIsClosedOrTooLateIsTurnedAway) {
   WriteRequest request;
   *request.add_updates() = insert(member(1));

@@ -162,7 +162,14 @@ TEST_F(Pipeline, ThatCannotBeRealisedIsRefusedWithTheReason) {
                 info.mutable_tables(0)->mutable_action_refs(1)->set_scope(
                     p4::config::v1::ActionRef::TABLE_AND_DEFAULT);
               }),
-              HasSubstr("cannot have scope"));
+              HasSubstr("has scope TABLE_AND_DEFAULT, expected DEFAULT_ONLY"));
+  EXPECT_THAT(refusal([](auto& info) {
+                info.mutable_tables(6)->mutable_action_refs(0)->set_scope(
+                    p4::config::v1::ActionRef::TABLE_AND_DEFAULT);
+              }),
+              HasSubstr("has scope TABLE_AND_DEFAULT, expected TABLE_ONLY"));
+  EXPECT_THAT(refusal([](auto& info) { info.mutable_tables(6)->clear_const_default_action_id(); }),
+              HasSubstr("const_default_action_id is not set, expected NoAction"));
   EXPECT_THAT(
       refusal([](auto& info) { info.mutable_tables(0)->set_const_default_action_id(0x01000001); }),
       HasSubstr("the default action is NoAction"));
@@ -258,6 +265,18 @@ TEST_F(Pipeline, OfASubsetOffersThatOnly) {
   EXPECT_EQ(at.read(allEntries()).size(), 2u);
 }
 
+TEST_F(Pipeline, KnowsTheActionsThatItNamesOnly) {
+  Entity none = encap(1);
+  auto& action = *none.mutable_table_entry()->mutable_action()->mutable_action();
+  action.Clear();
+  action.set_action_id(noAction);
+  EXPECT_EQ(at.code(insert(none)), StatusCode::PERMISSION_DENIED);
+  P4Info info = own();
+  info.mutable_tables(6)->mutable_action_refs()->RemoveLast();
+  ASSERT_TRUE(set(Set::VERIFY_AND_COMMIT, info).ok());
+  EXPECT_EQ(at.code(insert(none)), StatusCode::INVALID_ARGUMENT);
+}
+
 TEST_F(Pipeline, WithSmallerSizesEnforcesThem) {
   P4Info info = own();
   info.mutable_tables(0)->set_size(2);
@@ -275,6 +294,21 @@ TEST_F(Pipeline, WithSmallerSizesEnforcesThem) {
       ElementsAre(8, 0, 8, 0, 8, 0, 0));
 }
 
+TEST_F(Pipeline, WithSmallerSizesEnforcesThemForOneShotSetsAndMaxSizesToo) {
+  P4Info info = own();
+  info.mutable_action_profiles(0)->set_size(4);
+  info.mutable_action_profiles(0)->set_max_group_size(3);
+  ASSERT_TRUE(set(Set::VERIFY_AND_COMMIT, info).ok());
+  EXPECT_THAT(
+      at.codes({insert(group(1, {}, 4)), insert(group(1, {}, 3)),
+                insert(toSet(prefix(1), {{1, 4}})), insert(toSet(prefix(1), {{1, 3}})),
+                insert(toSet(prefix(2), {{1}, {2}})), insert(toSet(prefix(2), {{1}})),
+                modify(toSet(prefix(1), {{2}, {3, 2}})), modify(toSet(prefix(2), {{4}, {5}}))}),
+      ElementsAre(3, 0, 3, 0, 8, 0, 0, 8));
+  EXPECT_THAT(at.read(allEntries()), UnorderedElementsAre(IsEntity(toSet(prefix(1), {{2}, {3, 2}})),
+                                                          IsEntity(toSet(prefix(2), {{1}}))));
+}
+
 TEST_F(Pipeline, ThatDisallowsWeightsTakesAndGivesNone) {
   P4Info info = own();
   info.mutable_action_profiles(0)->set_weights_disallowed(true);
@@ -282,6 +316,42 @@ TEST_F(Pipeline, ThatDisallowsWeightsTakesAndGivesNone) {
   EXPECT_THAT(at.codes({insert(member(1)), insert(group(1, {{1, 1}})), insert(group(1, {{1, 0}}))}),
               ElementsAre(0, 3, 0));
   EXPECT_THAT(at.read(allGroups()), ElementsAre(IsEntity(group(1, {{1, 0}}))));
+  EXPECT_THAT(at.codes({insert(toSet(prefix(1), {{1, 1}})), insert(toSet(prefix(1), {{1, 0}}))}),
+              ElementsAre(3, 0));
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toSet(prefix(1), {{1, 0}}))));
+}
+
+// Both calls wait for the loop, the commit first.
+TEST_F(Pipeline, CommittedBeforeAReadBeginsIsWhatTheReadGoesBy) {
+  ASSERT_EQ(at.code(insert(encap(1))), 0);
+  std::promise<void> begun;
+  std::promise<void> goOn;
+  std::thread busy([&] {
+    at.onLoop([&] {
+      begun.set_value();
+      goOn.get_future().get();
+    });
+  });
+  begun.get_future().get();
+  const auto inTurn = [](auto work) {
+    auto result = std::async(std::launch::async, work);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return result;
+  };
+  auto commit = inTurn([&] { return set(Set::RECONCILE_AND_COMMIT, withTables({encap4})); });
+  auto read = inTurn([&] {
+    p4::v1::ReadRequest request;
+    *request.add_entities() = entriesOf(encap4);
+    *request.add_entities() = entriesOf(override4);
+    return at.read(request);
+  });
+  goOn.set_value();
+  busy.join();
+  EXPECT_TRUE(commit.get().ok());
+  const auto answer = read.get();
+  EXPECT_TRUE(answer.refused.ok()) << answer.refused.error_message();
+  EXPECT_THAT(answer.codes, ElementsAre(0, 3)) << "the new one has no such table";
+  EXPECT_THAT(answer.entities, ElementsAre(IsEntity(encap(1))));
 }
 
 TEST_F(Pipeline, CommittedAtOnceClearsEverything) {

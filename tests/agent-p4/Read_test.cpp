@@ -69,6 +69,34 @@ TEST_F(Read, IsNarrowedByMetadataAndByTheActionOfADirectTable) {
               ElementsAre(IsEntity(encap(1))));
 }
 
+TEST_F(Read, ByAnActionThatTheEntriesOfATableDoNotHaveFindsNothing) {
+  for (const char* query : {"table_id: 0x02000007 action { action { action_id: 0x01000003 } }",
+                            "table_id: 0x02000007 action { action { action_id: 99 } }",
+                            "table_id: 0x02000007 action { action_profile_member_id: 1 }",
+                            "table_id: 0x02000001 action { action { action_id: 0x01000001 } }"}) {
+    EXPECT_THAT(at.read(entity(std::string("table_entry { ") + query + " }")), IsEmpty()) << query;
+  }
+}
+
+TEST_F(Read, GivesWhatSeveralQueriesAskForAndEqualQueriesOnce) {
+  Entity red = toMember(prefix(3), 1);
+  red.mutable_table_entry()->set_metadata("red");
+  ASSERT_EQ(at.code(insert(red)), 0);
+  const auto byMetadata = [](const std::string& text) {
+    return entity("table_entry { table_id: 0x02000001 metadata: \"" + text + "\" }");
+  };
+  p4::v1::ReadRequest request;
+  for (int i = 0; i < 300; ++i) {
+    for (const Entity& query : {byMetadata("red"), byMetadata("blue"), allMembers(), encap(1)}) {
+      *request.add_entities() = query;
+    }
+  }
+  const auto answer = at.read(request);
+  EXPECT_EQ(answer.codes.size(), 1200u);
+  EXPECT_THAT(answer.entities, UnorderedElementsAre(IsEntity(red), IsEntity(encap(1)),
+                                                    IsEntity(member(1)), IsEntity(member(2))));
+}
+
 TEST_F(Read, WithFaultyQueriesAnswersTheGoodOnes) {
   p4::v1::ReadRequest request;
   for (const Entity& query :
@@ -77,12 +105,14 @@ TEST_F(Read, WithFaultyQueriesAnswersTheGoodOnes) {
         entity("action_profile_group { action_profile_id: 9 }"),
         entity("table_entry { metadata: \"x\" }"),
         entity("table_entry { is_default_action: true }"), entity("table_entry { priority: 1 }"),
+        entity("table_entry { table_id: 0x02000001 is_default_action: true match {} }"),
+        entity("table_entry { table_id: 0x02000001 priority: 1 }"),
         entity("table_entry { table_id: 0x02000003 match { field_id: 9 } }"), group(7, {})}) {
     *request.add_entities() = query;
   }
   const auto answer = at.read(request);
   EXPECT_TRUE(answer.refused.ok());
-  EXPECT_THAT(answer.codes, ElementsAre(0, 3, 3, 12, 3, 3, 3, 3, 3, 3, 0));
+  EXPECT_THAT(answer.codes, ElementsAre(0, 3, 3, 12, 3, 3, 3, 3, 3, 3, 3, 3, 0));
   EXPECT_THAT(answer.entities,
               UnorderedElementsAre(IsEntity(member(1)), IsEntity(group(7, {{1}}))));
 }
@@ -125,7 +155,7 @@ class SlowRead : public testing::Test {
     return made;
   }
 
-  Switch at{{.capacity = 64, .reads = {.rows = 2}}};
+  Switch at{{.capacity = 64, .reads = {.visits = 2}}};
 };
 
 TEST_F(SlowRead, SeesNothingOfAWriteBetweenItsPieces) {
@@ -172,6 +202,36 @@ TEST_F(SlowRead, SeesOneShotSetsWholeThoughTheirMembersAreGone) {
   EXPECT_EQ(texts(answer.entities), before);
 }
 
+TEST_F(SlowRead, SeesKeysAsTheyWereToo) {
+  p4::v1::ReadRequest request;
+  for (uint8_t i = 0; i < 30; ++i) *request.add_entities() = prefix(i);
+  *request.add_entities() = entriesOf(override4);
+  bool done = false;
+  const auto answer = at.read(request, [&] {
+    if (std::exchange(done, true)) return;
+    for (uint8_t i = 0; i < 20; ++i) ASSERT_EQ(at.code(modify(toMember(prefix(i), 2))), 0);
+    for (uint8_t i = 20; i < 30; ++i) ASSERT_EQ(at.code(insert(toMember(prefix(i), 2))), 0);
+  });
+  EXPECT_TRUE(answer.refused.ok());
+  std::set<std::string> expected;
+  for (uint8_t i = 0; i < 20; ++i) expected.insert(toMember(prefix(i), 1).ShortDebugString());
+  EXPECT_EQ(texts(answer.entities), expected);
+}
+
+// Was answered with what could be read, as if there were no more.
+TEST_F(SlowRead, OfATableThatCannotBeReadOnIsADataLoss) {
+  p4::v1::ReadRequest request;
+  *request.add_entities() = allEntries();
+  const uint32_t whole = at.slotsAre("VaneIpv4Override", 7);
+  const auto answer = at.read(request);
+  EXPECT_EQ(answer.refused.error_code(), StatusCode::DATA_LOSS);
+  EXPECT_EQ(answer.refused.error_message(), "table VaneIpv4Override: 7 of 20 rows could be read");
+  EXPECT_LE(answer.entities.size(), 7u);
+  EXPECT_EQ(at.read(allMembers()).size(), 2u) << "other tables are none the worse";
+  at.slotsAre("VaneIpv4Override", whole);
+  EXPECT_EQ(at.read(request).entities.size(), 20u);
+}
+
 TEST_F(SlowRead, SeesNothingOfABatchThatIsRolledBack) {
   const auto before = texts(readWith([] {}).entities);
   const auto answer = readWith([&] {
@@ -202,8 +262,36 @@ TEST_F(SlowRead, EndsWhenACommitRemovesTheEntries) {
   EXPECT_EQ(answer.refused.error_code(), StatusCode::ABORTED);
 }
 
+// A turn of the loop must not be as long as a client likes.
+TEST(BoundedRead, ComesBackAfterSoManyKeysThoughNoneIsThere) {
+  using Agent::P4::ActiveReads;
+  Switch at;
+  at.onLoop([&] {
+    const Agent::P4::Roles roles({}, at.database().get());
+    Agent::P4::Tally tally(roles);
+    Agent::P4::RowStore store(roles, *at.database(), tally);
+    ActiveReads reads(store, {.visits = 10});
+    const auto& role = roles.member();
+    const auto keyRow = [&](uint32_t id) {
+      Vane::BaseRow row(role.layout.fixedLength());
+      row.rowTypeIs(role.rowTypeId);
+      role.layout.set(row, role.layout.columns()[role.keys.front().index], Vane::ColumnValue(id));
+      return row;
+    };
+    ActiveReads::Plan plan;
+    for (uint32_t id = 1; id <= 1000; ++id) plan.step(role, keyRow(id));
+    EXPECT_EQ(plan.step(role, keyRow(3)), 2u) << "asked for once";
+    EXPECT_EQ(plan.steps().size(), 1000u);
+    const auto id = reads.begin(std::move(plan));
+    int pieces = 1;
+    for (; !reads.next(id).isLast; ++pieces) {
+    }
+    EXPECT_EQ(pieces, 100);
+  });
+}
+
 TEST(BoundedRead, FailsWhenItHasToKeepTooMuch) {
-  Switch at{{.capacity = 64, .reads = {.rows = 2, .keptBytes = 2000}}};
+  Switch at{{.capacity = 64, .reads = {.visits = 2, .keptBytes = 2000}}};
   std::vector<Update> updates{insert(member(1)), insert(member(2))};
   for (uint8_t i = 0; i < 40; ++i) updates.push_back(insert(toMember(prefix(i), 1)));
   ASSERT_THAT(at.codes(updates), testing::Each(0));

@@ -3,6 +3,7 @@
 // thread as a service's handler calls it.
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/message_differencer.h>
@@ -27,6 +28,8 @@
 #include "platform/Hub/Mount.h"
 #include "platform/Hub/ReferenceHub.h"
 #include "platform/P4Runtime/PluginLibrary.h"
+#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Shoal/TableFormat.h"
 
 namespace P4Test {
 
@@ -41,6 +44,8 @@ inline constexpr uint32_t override4 = 0x02000001;
 inline constexpr uint32_t fallback4 = 0x02000002;
 inline constexpr uint32_t vrf4 = 0x02000003;
 inline constexpr uint32_t override6 = 0x02000004;
+inline constexpr uint32_t fallback6 = 0x02000005;
+inline constexpr uint32_t vrf6 = 0x02000006;
 inline constexpr uint32_t encap4 = 0x02000007;
 inline constexpr uint32_t encap6 = 0x02000008;
 inline constexpr uint32_t ecmp = 0x11000001;
@@ -80,6 +85,16 @@ class Switch {
   void restart() {
     stop();
     start();
+  }
+  // Changes how many slots a shared table says have ever been used, which is where a walk ends;
+  // what it said before.
+  uint32_t slotsAre(const std::string& table, uint32_t slots) {
+    const Shoal::FileDescriptor file(::open(fileOf(table).c_str(), O_RDWR));
+    uint32_t before = 0;
+    constexpr off_t at = offsetof(Shoal::Header, highWater);
+    EXPECT_EQ(::pread(file.get(), &before, sizeof before, at), 4);
+    EXPECT_EQ(::pwrite(file.get(), &slots, sizeof slots, at), 4);
+    return before;
   }
 
   RowTarget& target() { return *target_; }
@@ -193,7 +208,13 @@ class Switch {
     onLoop([&] { database_->table(table)->rowDelAll(); });
   }
 
+  const std::shared_ptr<Vane::VaneDB>& database() const { return database_; }
+  const std::filesystem::path& root() const { return directory_.path; }
+
  private:
+  std::filesystem::path fileOf(const std::string& table) const {
+    return directory_.path / (std::string(Agent::tableInfo(table)->path) + ".shoal");
+  }
   void start() {
     std::promise<void> ready;
     thread_ = std::thread([this, &ready] { serve(ready); });
@@ -392,6 +413,36 @@ inline Entity encap(uint8_t id, uint8_t type = 7) {
     to.set_param_id(param);
     to.set_value(values[param - 1]);
   }
+  return made;
+}
+
+// 2001:db8:<third>::/48
+inline Entity prefix6(uint8_t third, uint32_t table = override6) {
+  Entity made = prefix(0, table);
+  auto& match = *made.mutable_table_entry()->mutable_match(0);
+  match.set_field_id(table == vrf6 ? 2 : 1);
+  match.mutable_lpm()->set_value(
+      bytes({0x20, 1, 0xd, 0xb8, 0, third, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+  match.mutable_lpm()->set_prefix_len(48);
+  return made;
+}
+inline Entity vrfPrefix6(uint8_t vrf, uint8_t third) {
+  Entity made = prefix6(third, vrf6);
+  auto& match = *made.mutable_table_entry()->add_match();
+  match.set_field_id(1);
+  match.mutable_exact()->set_value(bytes({vrf}));
+  return made;
+}
+// From 2001:db8::1 to ::2
+inline Entity encapIn6(uint8_t id, uint8_t type = 7) {
+  Entity made = encap(id, type);
+  auto& entry = *made.mutable_table_entry();
+  entry.set_table_id(encap6);
+  auto& action = *entry.mutable_action()->mutable_action();
+  action.set_action_id(setEncap6);
+  action.mutable_params(1)->set_value(
+      bytes({0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}));
+  action.mutable_params(2)->set_value(bytes({2}));
   return made;
 }
 

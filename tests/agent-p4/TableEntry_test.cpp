@@ -73,19 +73,24 @@ TEST_F(TableEntry, OfEachTableComesBackAsItWasWritten) {
                               toMember(vrfPrefix(3, 1), 1),
                               encap(0),
                               encap(255)};
-  Entity v6 = toMember(prefix(1, override6), 2);
-  auto& match = *v6.mutable_table_entry()->mutable_match(0)->mutable_lpm();
-  match.set_value(bytes({0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  match.set_prefix_len(32);
-  written.push_back(v6);
+  for (const Entity& each :
+       {toMember(prefix6(1), 2), toGroup(prefix6(1, fallback6), 7), toMember(vrfPrefix6(0, 2), 1),
+        toGroup(vrfPrefix6(9, 2), 7), encapIn6(0), encapIn6(200, 9)}) {
+    written.push_back(each);
+  }
   Entity all = toMember(prefix(1), 2);
   all.mutable_table_entry()->clear_match();
   written.push_back(all);
   for (const Entity& each : written) EXPECT_EQ(at.code(insert(each)), 0) << each.DebugString();
-  EXPECT_THAT(at.read(allEntries()),
-              UnorderedElementsAre(IsEntity(written[0]), IsEntity(written[1]), IsEntity(written[2]),
-                                   IsEntity(written[3]), IsEntity(written[4]), IsEntity(written[5]),
-                                   IsEntity(written[6]), IsEntity(written[7])));
+  const auto found = at.read(allEntries());
+  EXPECT_EQ(found.size(), written.size());
+  for (const Entity& each : written) {
+    EXPECT_THAT(found, testing::Contains(IsEntity(each)));
+    Entity key = each;
+    key.mutable_table_entry()->clear_action();
+    EXPECT_THAT(at.read(key), testing::Contains(IsEntity(each)));
+  }
+  EXPECT_THAT(at.rows("VaneIpv6Encap"), testing::Contains(testing::HasSubstr("2001:db8::1")));
   for (const Entity& each : written) EXPECT_EQ(at.code(del(each)), 0) << each.DebugString();
   EXPECT_THAT(at.read(allEntries()), IsEmpty());
 }
@@ -240,6 +245,34 @@ TEST_F(TableEntry, KeepsItsMetadataUntilItIsModifiedOrDeleted) {
   ASSERT_EQ(at.code(del(route)), 0);
   ASSERT_EQ(at.code(insert(toMember(prefix(1), 1))), 0);
   EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(toMember(prefix(1), 1))));
+}
+
+TEST_F(TableEntry, HasAtMost4096BytesOfMetadata) {
+  Entity route = toMember(prefix(1), 1);
+  route.mutable_table_entry()->set_metadata(std::string(4097, 'm'));
+  EXPECT_EQ(at.messageOf(insert(route)),
+            "table \"routing.ipv4.override\": metadata of 4097 bytes, expected at most 4096");
+  route.mutable_table_entry()->set_metadata(std::string(4096, 'm'));
+  EXPECT_EQ(at.code(insert(route)), 0);
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(route)));
+}
+
+TEST_F(TableEntry, IsCheckedWhenItIsModifiedAsWhenItIsInserted) {
+  const Entity good = toMember(prefix(1), 1);
+  ASSERT_EQ(at.code(insert(good)), 0);
+  const auto modified = [&](const std::function<void(p4::v1::TableEntry&)>& change) {
+    Entity changed = toMember(prefix(1), 2);
+    change(*changed.mutable_table_entry());
+    return at.code(modify(changed));
+  };
+  EXPECT_EQ(modified([](auto& entry) { entry.set_is_const(true); }), 3);
+  EXPECT_EQ(modified([](auto& entry) { entry.mutable_meter_config(); }), 3);
+  EXPECT_EQ(modified([](auto& entry) { entry.mutable_counter_data(); }), 3);
+  EXPECT_EQ(modified([](auto& entry) { entry.mutable_meter_counter_data(); }), 3);
+  EXPECT_EQ(modified([](auto& entry) { entry.set_idle_timeout_ns(1); }), 3);
+  EXPECT_EQ(modified([](auto& entry) { entry.mutable_time_since_last_hit(); }), 3);
+  EXPECT_EQ(modified([](auto& entry) { entry.set_metadata(std::string(4097, 'm')); }), 3);
+  EXPECT_THAT(at.read(allEntries()), ElementsAre(IsEntity(good)));
 }
 
 TEST_F(TableEntry, DoesNotFitAFullTable) {

@@ -1,9 +1,15 @@
 // Random writes, good and bad, against a model that is a map of entities: every code is the
-// model's, what is read is what the model holds, and the tables hold no more than that.
+// model's, what is read is what the model holds, and the tables hold no more than that: as the
+// agent sees them, and as another attachment to the shared memory does. Among the writes come those
+// of others, restarts and pipelines.
 #include <algorithm>
 #include <map>
 #include <random>
+#include <span>
 
+#include "platform/Shoal/SharedTable.h"
+#include "platform/State/EcmpTypes.h"
+#include "platform/State/RoutingTypes.h"
 #include "tests/agent-p4/Switch.h"
 
 namespace P4Test {
@@ -124,9 +130,27 @@ class Random {
       case 1:
         return anyGroup();
       case 2:
-        return encap(static_cast<uint8_t>(below(5)), static_cast<uint8_t>(below(250)));
+        return (oneIn(2) ? encap : encapIn6)(static_cast<uint8_t>(below(5)),
+                                             static_cast<uint8_t>(below(250)));
       default:
         return route();
+    }
+  }
+  Entity keyOfRoute(uint32_t table, uint8_t second) {
+    const auto vrf = static_cast<uint8_t>(below(3));
+    switch (table) {
+      case 0:
+        return prefix(second, override4);
+      case 1:
+        return prefix(second, fallback4);
+      case 2:
+        return vrfPrefix(vrf, second);
+      case 3:
+        return prefix6(second, override6);
+      case 4:
+        return prefix6(second, fallback6);
+      default:
+        return vrfPrefix6(vrf, second);
     }
   }
   Entity anyGroup() {
@@ -141,10 +165,8 @@ class Random {
     return group(1 + below(4), members);
   }
   Entity route() {
-    static constexpr uint32_t tables[] = {override4, fallback4};
     const auto second = static_cast<uint8_t>(below(5));
-    Entity made = oneIn(3) ? vrfPrefix(static_cast<uint8_t>(below(3)), second)
-                           : prefix(second, tables[below(2)]);
+    Entity made = keyOfRoute(below(6), second);
     if (oneIn(4)) made.mutable_table_entry()->set_metadata(std::string(1 + below(5), 'm'));
     switch (below(3)) {
       case 0:
@@ -200,6 +222,107 @@ class RandomWrites : public testing::TestWithParam<uint32_t> {
     ASSERT_EQ(rows, model.rows());
   }
 
+  // The entries of a shared table, through an attachment of our own.
+  template <class Traits>
+  std::vector<typename Traits::Entry> shared(const std::string& table) {
+    const auto store = Shoal::attachReader(at.root(), std::string(Agent::tableInfo(table)->path));
+    std::vector<typename Traits::Entry> found;
+    typename Traits::Entry entry{};
+    Shoal::IterHint hint;
+    const auto to = std::as_writable_bytes(std::span(&entry, 1));
+    const auto key = std::as_bytes(std::span(&(entry.*Traits::key), 1));
+    for (bool more = store->first(hint, to); more; more = store->next(key, hint, to)) {
+      found.push_back(entry);
+    }
+    return found;
+  }
+  // A number of a byte string.
+  static uint32_t number(const std::string& bytes) {
+    uint32_t made = 0;
+    for (const char byte : bytes) made = made << 8 | static_cast<uint8_t>(byte);
+    return made;
+  }
+  // What the shared tables say of an entity in short: "<table> <where it points, or a value>".
+  void expectSharedMemory() {
+    using Texts = std::multiset<std::string>;
+    const auto pointing = [](const std::string& key, int32_t type, uint32_t id) {
+      return key + (id >= 0x80000000 ? " set" : fmt::format(" {} {}", type, id));
+    };
+    Texts found;
+    for (const uint32_t id : {override4, fallback4, override6, fallback6}) {
+      const auto* role = at.target().roles().table(id);
+      for (const auto& each : shared<P4RuntimeRouting::IpDestinationTableTraits>(role->rowTable)) {
+        found.insert(pointing(fmt::format("{} {}", id, each.destinationPrefix.text()),
+                              each.destinationType, each.destinationId));
+      }
+    }
+    for (const uint32_t id : {vrf4, vrf6}) {
+      const auto* role = at.target().roles().table(id);
+      for (const auto& each : shared<P4RuntimeRouting::IpVrfPrefixTableTraits>(role->rowTable)) {
+        found.insert(pointing(fmt::format("{} {} {}", id, each.key.vrfId, each.key.prefix.text()),
+                              each.destinationType, each.destinationId));
+      }
+    }
+    for (const uint32_t id : {encap4, encap6}) {
+      const auto* role = at.target().roles().table(id);
+      for (const auto& each :
+           shared<NexthopGroup::L2NexthopGroupEncapTableTraits>(role->rowTable)) {
+        found.insert(fmt::format("{} {} {}", id, each.encapId, each.encapType));
+      }
+    }
+    Texts expected;
+    for (const auto& [key, entity] : model.entities) {
+      if (entity.has_table_entry()) expected.insert(inShort(entity.table_entry()));
+    }
+    EXPECT_EQ(found, expected);
+  }
+  static std::string inShort(const p4::v1::TableEntry& entry) {
+    std::string exact;
+    std::string prefix;
+    for (const auto& match : entry.match()) {
+      if (match.has_exact()) {
+        exact = fmt::format(" {}", number(match.exact().value()));
+        continue;
+      }
+      const std::string& value = match.lpm().value();
+      const auto at = [&](size_t i) { return static_cast<uint8_t>(value.at(i)); };
+      prefix = value.size() == 4
+                   ? fmt::format(" 10.{}.0.0/16", at(1))
+                   : (at(5) == 0 ? " 2001:db8::/48" : fmt::format(" 2001:db8:{:x}::/48", at(5)));
+    }
+    std::string text = fmt::format("{}{}{}", entry.table_id(), exact, prefix);
+    const auto& action = entry.action();
+    if (action.has_action()) {
+      return text + fmt::format(" {}", number(action.action().params(0).value()));
+    }
+    if (action.has_action_profile_action_set()) return text + " set";
+    return text + (action.action_profile_member_id() != 0
+                       ? fmt::format(" 1 {}", action.action_profile_member_id())
+                       : fmt::format(" 2 {}", action.action_profile_group_id()));
+  }
+
+  // Somebody else writes a route; never over a set, whose rows would stay.
+  void writeForeign() {
+    const auto second = static_cast<uint8_t>(random.below(5));
+    const Entity route = toMember(prefix(second), 1 + random.below(6));
+    Entity& there = model.entities[keyOf(route)];
+    if (there.table_entry().action().has_action_profile_action_set()) return;
+    there = route;
+    at.writeRow("VaneIpv4Override",
+                {uint64_t{random.below(9)}, uint64_t{random.below(99)}, true, uint32_t{0},
+                 *Wire::IpGenPrefix::parse(fmt::format("10.{}.0.0/16", second)), int32_t{1},
+                 route.table_entry().action().action_profile_member_id()});
+  }
+  void changePipeline() {
+    p4::v1::SetForwardingPipelineConfigRequest request;
+    const bool clears = random.oneIn(2);
+    request.set_action(clears ? request.VERIFY_AND_COMMIT : request.RECONCILE_AND_COMMIT);
+    *request.mutable_config()->mutable_p4info() = makeP4Info(at.target().roles());
+    const auto status = at.target().pipelineIs(request, Agent::LoopGate::never);
+    EXPECT_TRUE(status.ok()) << status.error_message();
+    if (clears) model.entities.clear();
+  }
+
   Switch at{{.capacity = 256}};
   Model model;
   Random random{GetParam()};
@@ -237,12 +360,15 @@ TEST_P(RandomWrites, LeaveModelAndTablesAgreeing) {
     }
     if (!allOrNothing || !failed) model = next;
     ASSERT_NO_FATAL_FAILURE(expectAgreement()) << "seed " << GetParam() << ", round " << round;
+    if (random.oneIn(10)) writeForeign();
+    if (random.oneIn(30)) changePipeline();
     if (random.oneIn(40)) {
       at.restart();
       model.forgetMetadata();
       ASSERT_NO_FATAL_FAILURE(expectAgreement()) << "after a restart";
     }
   }
+  expectSharedMemory();
 }
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomWrites, testing::Range(1u, 9u));
 

@@ -125,7 +125,7 @@ class TableChecker {
 
   void entries(const Table& table) {
     const Kind& kind = table.kind();
-    table.walk(std::nullopt, [&](Shoal::Bytes entry) {
+    table.walk([&](Shoal::Bytes entry) {
       std::string fault = kind.fault(entry);
       if (fault.empty() && kind.isRoute() && kind.route(entry).prefix.family != table.family()) {
         fault = "its prefix is of the other family";
@@ -147,7 +147,8 @@ class TableChecker {
     if (missing.empty()) return {};
     const auto key = table.keyOf(entry);
     const auto now = table.find({key.begin(), key.end()});
-    return now ? targets_.missing(table.kind().references(*now)) : std::string();
+    if (!now) return {};
+    return targets_.missing(table.kind().references(*now));
   }
 
   void conclude(const Shoal::TableCheck& found, bool isKnown) {

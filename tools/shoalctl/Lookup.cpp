@@ -134,7 +134,7 @@ class Road {
     for (const char* name : {"VaneIpv4Encap", "VaneIpv6Encap"}) {
       const Table* table = tables_.find(name);
       if (table == nullptr) continue;
-      table->walk(std::nullopt, [&](Shoal::Bytes entry) {
+      table->walk([&](Shoal::Bytes entry) {
         table->needEntry(entry);
         if (entryOf<NexthopGroup::L2NexthopGroupEncap>(entry).encapType == type) {
           const auto key = table->keyOf(entry);

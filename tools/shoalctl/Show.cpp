@@ -130,7 +130,7 @@ void dumpTables(const Options& options, Tools::Output& out) {
   output.format = output.format.value_or(Tools::Format::json);
   RecordWriter records(out, output, {Tools::text("table", 18), Tools::object("row")});
   for (const Table& table : tables) {
-    table.walk(std::nullopt, [&](Shoal::Bytes entry) {
+    table.walk([&](Shoal::Bytes entry) {
       table.needEntry(entry);
       records << table.name() << table.kind().json(entry);
       records.endRecord();

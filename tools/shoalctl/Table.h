@@ -60,6 +60,11 @@ class Table {
   // Hands each entry, in slot order and from behind `after` on if that is given, to `visit`, which
   // says whether to go on.
   template <class Visit>
+  void walk(Visit&& visit) const {
+    static const std::optional<KeyBytes> start;
+    walk(start, std::forward<Visit>(visit));
+  }
+  template <class Visit>
   void walk(const std::optional<KeyBytes>& after, Visit&& visit) const {
     Shoal::IterHint hint;
     std::vector<std::byte> entry(store_->layout().entrySize);

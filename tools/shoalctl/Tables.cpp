@@ -56,7 +56,7 @@ void writeSummary(const Table& table, RecordWriter& records) {
   const bool isRoute = table.kind().isRoute();
   Summary summary;
   uint64_t entries = 0;
-  table.walk(std::nullopt, [&](Shoal::Bytes entry) {
+  table.walk([&](Shoal::Bytes entry) {
     table.needEntry(entry);
     ++entries;
     if (isRoute) summary.add(table.kind().route(entry));

@@ -173,7 +173,7 @@ class WatchedTable {
   }
 
   void snapshot() {
-    table_->walk(std::nullopt, [&](Shoal::Bytes entry) {
+    table_->walk([&](Shoal::Bytes entry) {
       table_->needEntry(entry);
       row("entry", follower_->position(), table_->keyOf(entry), Style::usual, entry);
       return true;

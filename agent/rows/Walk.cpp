@@ -1,10 +1,6 @@
 #include "agent/rows/Walk.h"
 
-#include <fmt/format.h>
-
 #include <utility>
-
-#include "platform/Guard/Exception.h"
 
 namespace Agent::Rows {
 
@@ -13,13 +9,15 @@ Walk::Walk(const OfferedTable& table, Vane::BaseRow after)
 
 bool Walk::step(size_t limit, std::vector<Vane::BaseRow>& rows) {
   rows.clear();
-  if (visited_ == 0) begunAt_ = table_.table().latestChangeIdx();
+  if (!counted_) counted_.emplace(table_.table());
   const auto at = position();
-  for (; *at && rows.size() < limit; ++*at) rows.push_back(**at);
-  visited_ += rows.size();
+  for (; *at && rows.size() < limit; ++*at) {
+    counted_->visited();
+    rows.push_back(**at);
+  }
   if (!rows.empty()) after_ = rows.back();
   const bool more = static_cast<bool>(*at);
-  if (!more) checkCount();
+  if (!more && whole_) counted_->needAll(table_.name());
   return more;
 }
 
@@ -29,14 +27,6 @@ std::unique_ptr<Vane::VaRowIteratorImpl> Walk::position() const {
   auto at = table_.table().find(after_, 0);
   if (*at && table_.sameKey(**at, after_)) ++*at;
   return at;
-}
-
-// A table that cannot be read on ends its walk like one that has been read.
-void Walk::checkCount() const {
-  const auto& table = table_.table();
-  if (!whole_ || table.latestChangeIdx() != begunAt_ || visited_ == table.size()) return;
-  Guard::CorruptionDetectedException::throwException(
-      fmt::format("table {}: {} of {} rows could be read", table_.name(), visited_, table.size()));
 }
 
 }  // namespace Agent::Rows

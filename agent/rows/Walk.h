@@ -3,9 +3,10 @@
 // Between two pieces nothing is held but the last row's key, which may be removed meanwhile.
 #pragma once
 
-#include <cstdint>
+#include <optional>
 #include <vector>
 
+#include "agent/CompleteWalk.h"
 #include "agent/rows/Catalog.h"
 
 namespace Agent::Rows {
@@ -21,13 +22,11 @@ class Walk {
 
  private:
   std::unique_ptr<Vane::VaRowIteratorImpl> position() const;
-  void checkCount() const;
 
   const OfferedTable& table_;
   Vane::BaseRow after_;
   const bool whole_;
-  uint64_t begunAt_ = 0;  // change index
-  uint64_t visited_ = 0;
+  std::optional<CompleteWalk> counted_;
 };
 
 }  // namespace Agent::Rows

@@ -157,6 +157,8 @@ TEST_F(Batch, ThatComesWhenTheLoopIsClosedOrTooLateIsTurnedAway) {
   });
   begun.get_future().get();
   EXPECT_EQ(at.target().write(request, past).refused.error_code(), StatusCode::DEADLINE_EXCEEDED);
+  const auto soon = std::chrono::system_clock::now() + std::chrono::milliseconds(200);
+  EXPECT_EQ(at.target().write(request, soon).refused.error_code(), StatusCode::DEADLINE_EXCEEDED);
   goOn.set_value();
   busy.join();
   at.onLoop([&] { at.gate().close(); });

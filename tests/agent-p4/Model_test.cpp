@@ -318,7 +318,7 @@ class RandomWrites : public testing::TestWithParam<uint32_t> {
     const bool clears = random.oneIn(2);
     request.set_action(clears ? request.VERIFY_AND_COMMIT : request.RECONCILE_AND_COMMIT);
     *request.mutable_config()->mutable_p4info() = makeP4Info(at.target().roles());
-    const auto status = at.target().pipelineIs(request, Agent::LoopGate::never);
+    const auto status = at.pipelineIs(request);
     EXPECT_TRUE(status.ok()) << status.error_message();
     if (clears) model.entities.clear();
   }

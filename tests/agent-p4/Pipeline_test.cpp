@@ -24,13 +24,13 @@ class Pipeline : public testing::Test {
     request.set_action(action);
     if (info) *request.mutable_config()->mutable_p4info() = *info;
     if (cookie != 0) request.mutable_config()->mutable_cookie()->set_cookie(cookie);
-    return at.target().pipelineIs(request, Agent::LoopGate::never);
+    return at.pipelineIs(request);
   }
   ForwardingPipelineConfig get(Get::ResponseType type = Get::ALL) {
     Get request;
     request.set_response_type(type);
     p4::v1::GetForwardingPipelineConfigResponse response;
-    EXPECT_TRUE(at.target().pipeline(request, response).ok());
+    EXPECT_TRUE(at.pipeline(request, response).ok());
     return response.config();
   }
   // The message with which our own P4Info is refused once something in it is changed.
@@ -217,8 +217,7 @@ TEST_F(Pipeline, NeedsAConfigExceptForACommit) {
     Set empty;
     empty.set_action(action);
     empty.mutable_config();
-    EXPECT_EQ(at.target().pipelineIs(empty, Agent::LoopGate::never).error_code(),
-              StatusCode::INVALID_ARGUMENT);
+    EXPECT_EQ(at.pipelineIs(empty).error_code(), StatusCode::INVALID_ARGUMENT);
   }
   EXPECT_EQ(set(Set::COMMIT, {}).error_code(), StatusCode::NOT_FOUND);
   ASSERT_TRUE(set(Set::VERIFY_AND_SAVE, own()).ok());
@@ -235,7 +234,7 @@ TEST_F(Pipeline, ComesBackInThePartsThatAreAskedFor) {
   *request.mutable_config()->mutable_p4info() = withTables({override4});
   request.mutable_config()->set_p4_device_config("device");
   request.mutable_config()->mutable_cookie()->set_cookie(0);
-  ASSERT_TRUE(at.target().pipelineIs(request, Agent::LoopGate::never).ok());
+  ASSERT_TRUE(at.pipelineIs(request).ok());
   EXPECT_EQ(get(Get::ALL).DebugString(), request.config().DebugString());
   EXPECT_FALSE(get(Get::COOKIE_ONLY).has_p4info());
   EXPECT_TRUE(get(Get::COOKIE_ONLY).has_cookie());
@@ -246,7 +245,7 @@ TEST_F(Pipeline, ComesBackInThePartsThatAreAskedFor) {
   Get unknown;
   unknown.set_response_type(static_cast<Get::ResponseType>(9));
   p4::v1::GetForwardingPipelineConfigResponse response;
-  EXPECT_EQ(at.target().pipeline(unknown, response).error_code(), StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(at.pipeline(unknown, response).error_code(), StatusCode::INVALID_ARGUMENT);
 }
 
 TEST_F(Pipeline, KeepsFieldsThatItDoesNotKnow) {

@@ -1,6 +1,5 @@
-// The P4Runtime target of an agent, without the network: the reference platform over a directory of
-// its own, the real plug-in, the agent's loop on a thread, and the target, called from the test's
-// thread as a service's handler calls it.
+// A switch with P4Runtime: the reference platform over a directory of its own, the real plug-in,
+// the agent's loop on a thread, the target, its service, and a client at the other end of a socket.
 #pragma once
 
 #include <fcntl.h>
@@ -30,6 +29,7 @@
 #include "platform/P4Runtime/PluginLibrary.h"
 #include "platform/Shoal/FileDescriptor.h"
 #include "platform/Shoal/TableFormat.h"
+#include "tests/agent-p4/Socket.h"
 
 namespace P4Test {
 
@@ -110,9 +110,7 @@ class Switch {
     done.get_future().get();
   }
 
-  RowTarget::WriteResult write(const WriteRequest& request) {
-    return target_->write(request, Agent::LoopGate::never);
-  }
+  RowTarget::WriteResult write(const WriteRequest& request) { return socket_->write(request); }
   RowTarget::WriteResult write(
       const std::vector<Update>& updates,
       WriteRequest::Atomicity atomicity = WriteRequest::CONTINUE_ON_ERROR) {
@@ -142,19 +140,20 @@ class Switch {
     std::vector<Entity> entities;
     size_t messages = 0;
   };
-  Answer read(
-      const p4::v1::ReadRequest& request, const std::function<void()>& betweenMessages = [] {}) {
-    Answer answer;
-    const auto result = target_->read(request, Agent::LoopGate::never, [&](const auto& message) {
-      EXPECT_LT(message.ByteSizeLong(), 4u << 20);
-      for (const auto& entity : message.entities()) answer.entities.push_back(entity);
-      ++answer.messages;
-      betweenMessages();
-      return true;
+  Answer read(const p4::v1::ReadRequest& request) {
+    return answer([&](const auto& take) { return socket_->read(request, take); });
+  }
+  // Without the socket, which may hold several messages: nothing is read on before the last one
+  // has been taken.
+  Answer readSlowly(const p4::v1::ReadRequest& request,
+                    const std::function<void()>& betweenMessages) {
+    return answer([&](const auto& take) {
+      return target_->read(request, Agent::LoopGate::never, [&](const auto& message) {
+        take(message);
+        betweenMessages();
+        return true;
+      });
     });
-    answer.refused = result.refused;
-    for (const auto& error : result.results) answer.codes.push_back(error.canonical_code());
-    return answer;
   }
   // The answer to one good query.
   std::vector<Entity> read(const Entity& query) {
@@ -169,6 +168,14 @@ class Switch {
     p4::v1::ReadRequest request;
     for (const Entity& query : queries) *request.add_entities() = query;
     return read(request).codes;
+  }
+
+  grpc::Status pipelineIs(const p4::v1::SetForwardingPipelineConfigRequest& request) {
+    return socket_->pipelineIs(request);
+  }
+  grpc::Status pipeline(const p4::v1::GetForwardingPipelineConfigRequest& request,
+                        p4::v1::GetForwardingPipelineConfigResponse& response) {
+    return socket_->pipeline(request, response);
   }
 
   // Rows as others see and write them.
@@ -212,6 +219,18 @@ class Switch {
   const std::filesystem::path& root() const { return directory_.path; }
 
  private:
+  template <class Read>
+  Answer answer(const Read& read) {
+    Answer answer;
+    const auto result = read([&](const p4::v1::ReadResponse& message) {
+      EXPECT_LT(message.ByteSizeLong(), 4u << 20);
+      for (const auto& entity : message.entities()) answer.entities.push_back(entity);
+      ++answer.messages;
+    });
+    answer.refused = result.refused;
+    for (const auto& error : result.results) answer.codes.push_back(error.canonical_code());
+    return answer;
+  }
   std::filesystem::path fileOf(const std::string& table) const {
     return directory_.path / (std::string(Agent::tableInfo(table)->path) + ".shoal");
   }
@@ -219,8 +238,10 @@ class Switch {
     std::promise<void> ready;
     thread_ = std::thread([this, &ready] { serve(ready); });
     ready.get_future().get();
+    socket_ = std::make_unique<Socket>(*target_);
   }
   void stop() {
+    socket_.reset();
     onLoop([this] { loop_->stop(); });
     thread_.join();
   }
@@ -283,6 +304,7 @@ class Switch {
   std::unique_ptr<Agent::LoopGate> gate_;
   std::shared_ptr<Vane::VaneDB> database_;
   std::unique_ptr<RowTarget> target_;
+  std::unique_ptr<Socket> socket_;
   int batches_ = 0;
 };
 

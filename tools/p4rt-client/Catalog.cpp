@@ -12,7 +12,7 @@ using Tools::Failure;
 
 bool isNamed(const p4::config::v1::Preamble& preamble, std::string_view name) {
   const std::string& full = preamble.name();
-  return full == name || preamble.alias() == name || full.ends_with("." + std::string(name));
+  return full == name || preamble.alias() == name || full.ends_with(fmt::format(".{}", name));
 }
 
 template <class Objects>

@@ -115,7 +115,8 @@ std::string RowForm::keyText(const v1::Row& message) const {
   const Vane::BaseRow row = unpacked(message);
   std::string text;
   for (const LayoutColumn* column : keyColumns()) {
-    text += (text.empty() ? "" : ",") + textOf(layout_.value(row, *column));
+    if (!text.empty()) text += ',';
+    text += textOf(layout_.value(row, *column));
   }
   return text;
 }

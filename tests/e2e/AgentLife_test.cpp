@@ -89,6 +89,7 @@ uint64_t ticksOf(pid_t pid) {
   for (int field = 3; field < 14; ++field) fields >> skipped;
   uint64_t user = 0, system = 0;
   fields >> user >> system;
+  EXPECT_TRUE(fields) << stat;
   return user + system;
 }
 
@@ -98,7 +99,6 @@ TEST(AgentStart, APlugInThatNeverReportsItsMountsIsNamedAndCostsNoTime) {
                scratch.root(), "--default-capacity", "16", "--listen", "none"});
   agent.waitForErr("plug-in stalled: its mounts are not complete");
   const uint64_t before = ticksOf(agent.pid());
-  ASSERT_GT(before, 0u);
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   EXPECT_LE(ticksOf(agent.pid()) - before, 5u);
   agent.signal(SIGTERM);

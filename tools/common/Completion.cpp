@@ -105,7 +105,7 @@ std::string bashCommandCases(const CommandLine& line) {
 
 // --- zsh ----------------------------------------------------------------------------------------
 
-// Text inside single quotes of an _arguments specification.
+// Text inside single quotes of an argument of _arguments.
 std::string zshQuoted(std::string_view text) {
   std::string to;
   for (const char c : text) {

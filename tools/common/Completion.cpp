@@ -136,25 +136,25 @@ std::string zshValue(const CommandLine& line, const CLI::Option& value) {
 }
 
 std::string zshOptions(const CommandLine& line, const CLI::App& app) {
-  std::string specs;
+  std::string arguments;
   for (const CLI::Option* option : CommandLine::optionsOf(app)) {
     const bool valued = CommandLine::takesValue(*option);
     for (const std::string& name : spellingsOf(*option)) {
-      fmt::format_to(std::back_inserter(specs), " \\\n    '{}[{}]{}'", name,
+      fmt::format_to(std::back_inserter(arguments), " \\\n    '{}[{}]{}'", name,
                      zshQuoted(option->get_description()), valued ? zshValue(line, *option) : "");
     }
   }
-  return specs;
+  return arguments;
 }
 
 std::string zshPositionals(const CommandLine& line, const CLI::App& app) {
-  std::string specs;
+  std::string arguments;
   for (const CLI::Option* value : CommandLine::positionalsOf(app)) {
     const bool many = value->get_items_expected_max() > 1;
-    fmt::format_to(std::back_inserter(specs), " \\\n    '{}{}'", many ? "*" : "",
+    fmt::format_to(std::back_inserter(arguments), " \\\n    '{}{}'", many ? "*" : "",
                    zshValue(line, *value));
   }
-  return specs;
+  return arguments;
 }
 
 }  // namespace

@@ -76,6 +76,10 @@ std::string asciiOf(std::string text) {
   return text;
 }
 
+void refuseUnless(const grpc::Status& status) {
+  if (!status.ok()) throw Refusal(status.error_code(), status.error_message());
+}
+
 void onLoop(LoopGate& gate, LoopGate::Deadline deadline, const std::function<void()>& work) {
   switch (gate.run(work, deadline)) {
     case LoopGate::Outcome::done:

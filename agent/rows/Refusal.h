@@ -22,6 +22,9 @@ class Refusal final : public std::runtime_error {
   grpc::StatusCode code_;
 };
 
+// Throws a Refusal with a status that is not OK.
+void refuseUnless(const grpc::Status& status);
+
 // The status of the exception that is being handled. requires: called in a handler.
 grpc::Status statusOfFailure();
 

@@ -30,11 +30,22 @@ grpc::Status applied(const OfferedTable& table, Vane::BaseRow& row, bool removes
 }  // namespace
 
 RowService::RowService(const Vane::VaneDB& database, EventLoop& loop, LoopGate& gate, Host& host,
-                       WatchLimits limits)
-    : catalog_(database), gate_(gate), host_(host), watches_(catalog_, loop, gate, limits) {}
+                       Rpc::Calls& calls, WatchLimits limits)
+    : catalog_(database),
+      gate_(gate),
+      host_(host),
+      calls_(calls),
+      watches_(catalog_, loop, gate, limits) {}
 
-grpc::Status RowService::answer(const std::function<void()>& work) {
-  grpc::Status status = statusOf(work);
+grpc::Status RowService::answer(grpc::ServerContext* context,
+                                const google::protobuf::Message& request,
+                                const std::function<void(Rpc::Calls::Call&)>& work) {
+  grpc::Status status = statusOf([&] {
+    Rpc::Calls::Call call(calls_, *context);
+    refuseUnless(call.status());
+    refuseUnless(call.hold(request.ByteSizeLong()));
+    work(call);
+  });
   count(status.error_code());
   return status;
 }
@@ -60,10 +71,11 @@ void RowService::describe(const OfferedTable& offered, v1::Table& description) c
   description.set_life(watches_.life());
 }
 
-grpc::Status RowService::ListTables(grpc::ServerContext* context, const v1::ListTablesRequest*,
+grpc::Status RowService::ListTables(grpc::ServerContext* context,
+                                    const v1::ListTablesRequest* request,
                                     v1::ListTablesResponse* response) {
-  return answer([&] {
-    onLoop(gate_, context->deadline(), [&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
+    onLoop(gate_, call.deadline(), [&] {
       for (const auto& table : catalog_.tables()) describe(*table, *response->add_tables());
     });
   });
@@ -72,19 +84,19 @@ grpc::Status RowService::ListTables(grpc::ServerContext* context, const v1::List
 grpc::Status RowService::DescribeTable(grpc::ServerContext* context,
                                        const v1::DescribeTableRequest* request,
                                        v1::Table* response) {
-  return answer([&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
     const OfferedTable& table = catalog_.table(request->table());
-    onLoop(gate_, context->deadline(), [&] { describe(table, *response); });
+    onLoop(gate_, call.deadline(), [&] { describe(table, *response); });
   });
 }
 
 grpc::Status RowService::GetRow(grpc::ServerContext* context, const v1::GetRowRequest* request,
                                 v1::Row* response) {
-  return answer([&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
     const OfferedTable& table = catalog_.table(request->table());
     const Vane::BaseRow key = table.rowOf(request->key());
     Vane::BaseRow found;
-    onLoop(gate_, context->deadline(), [&] {
+    onLoop(gate_, call.deadline(), [&] {
       const auto at = table.table().find(key, 0);
       if (*at && table.sameKey(**at, key)) {
         found = **at;
@@ -101,7 +113,7 @@ grpc::Status RowService::GetRow(grpc::ServerContext* context, const v1::GetRowRe
 
 grpc::Status RowService::ScanRows(grpc::ServerContext* context, const v1::ScanRowsRequest* request,
                                   grpc::ServerWriter<v1::ScanRowsResponse>* writer) {
-  return answer([&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
     const OfferedTable& table = catalog_.table(request->table());
     Walk walk(table, request->has_after() ? table.rowOf(request->after()) : Vane::BaseRow());
     uint64_t left = request->limit() == 0 ? UINT64_MAX : request->limit();
@@ -112,11 +124,12 @@ grpc::Status RowService::ScanRows(grpc::ServerContext* context, const v1::ScanRo
       if (bytes != 0 && !writer->Write(response)) {
         throw Refusal(StatusCode::CANCELLED, "the client has gone");
       }
+      call.prolong();
       response.Clear();
       bytes = 0;
     };
     for (bool more = true; more && left != 0;) {
-      onLoop(gate_, context->deadline(), [&] {
+      onLoop(gate_, call.deadline(), [&] {
         more = walk.step(static_cast<size_t>(std::min<uint64_t>(readPiece, left)), rows);
       });
       left -= rows.size();
@@ -167,7 +180,7 @@ bool RowService::apply(std::vector<Prepared>& changes, int first, bool stopAtErr
 grpc::Status RowService::WriteRows(grpc::ServerContext* context,
                                    const v1::WriteRowsRequest* request,
                                    v1::WriteRowsResponse* response) {
-  return answer([&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
     const int count = request->changes_size();
     bool more = true;
     for (int first = 0; more && first < count; first += writePiece) {
@@ -175,7 +188,7 @@ grpc::Status RowService::WriteRows(grpc::ServerContext* context,
       for (int i = first; i < std::min(count, first + writePiece); ++i) {
         piece.push_back(prepared(request->changes(i)));
       }
-      onLoop(gate_, context->deadline(), [&] {
+      onLoop(gate_, call.deadline(), [&] {
         more = apply(piece, first, request->stop_at_error(), *response);
         host_.wrote();
       });
@@ -186,9 +199,9 @@ grpc::Status RowService::WriteRows(grpc::ServerContext* context,
 grpc::Status RowService::ClearTable(grpc::ServerContext* context,
                                     const v1::ClearTableRequest* request,
                                     v1::ClearTableResponse* response) {
-  return answer([&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
     const OfferedTable& table = catalog_.table(request->table());
-    onLoop(gate_, context->deadline(), [&] {
+    onLoop(gate_, call.deadline(), [&] {
       response->set_rows(table.table().size());
       table.table().rowDelAll();
       host_.wrote();
@@ -204,10 +217,10 @@ grpc::ServerWriteReactor<v1::WatchTablesResponse>* RowService::WatchTables(
   });
 }
 
-grpc::Status RowService::GetStatus(grpc::ServerContext* context, const v1::GetStatusRequest*,
-                                   v1::Status* response) {
-  return answer([&] {
-    onLoop(gate_, context->deadline(), [&] {
+grpc::Status RowService::GetStatus(grpc::ServerContext* context,
+                                   const v1::GetStatusRequest* request, v1::Status* response) {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
+    onLoop(gate_, call.deadline(), [&] {
       host_.describe(*response);
       response->set_log_level(host_.logLevel());
       for (const auto& offered : catalog_.tables()) {
@@ -235,9 +248,9 @@ grpc::Status RowService::GetStatus(grpc::ServerContext* context, const v1::GetSt
 grpc::Status RowService::SetLogLevel(grpc::ServerContext* context,
                                      const v1::SetLogLevelRequest* request,
                                      v1::SetLogLevelResponse* response) {
-  return answer([&] {
+  return answer(context, *request, [&](Rpc::Calls::Call& call) {
     bool known = true;
-    onLoop(gate_, context->deadline(), [&] {
+    onLoop(gate_, call.deadline(), [&] {
       response->set_previous(host_.logLevel());
       if (!request->level().empty()) known = host_.logLevelIs(request->level());
       response->set_present(host_.logLevel());

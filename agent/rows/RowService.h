@@ -1,8 +1,8 @@
 // The row database as a service: vane.rowdb.v1.RowDatabase.
 //
 // Calls come on the server's threads. What they do with a table is handed to the agent's loop, a
-// batch at a time; rows become messages, and messages rows, outside it. Watches are followed on
-// threads of their own (Watch.h).
+// batch at a time; rows become messages, and messages rows, outside it. Calls are within the
+// agent's limits; watches have their own, and are followed on threads of their own (Watch.h).
 #pragma once
 
 #include <array>
@@ -16,6 +16,7 @@
 #include "agent/LoopGate.h"
 #include "agent/rows/Catalog.h"
 #include "agent/rows/Watch.h"
+#include "agent/rpc/Calls.h"
 #include "vane/rowdb/v1/rowdb.grpc.pb.h"
 
 namespace Agent::Rows {
@@ -40,7 +41,7 @@ class RowService final
  public:
   // Made on the loop, when every table is there.
   RowService(const Vane::VaneDB& database, EventLoop& loop, LoopGate& gate, Host& host,
-             WatchLimits limits = {});
+             Rpc::Calls& calls, WatchLimits limits = {});
 
   // Ends every watch with UNAVAILABLE and lets no new one begin. From any thread.
   void close() { watches_.close(); }
@@ -65,8 +66,9 @@ class RowService final
                            v1::SetLogLevelResponse* response) override;
 
  private:
-  // Does the work of a call; what it throws becomes its status, and is counted.
-  grpc::Status answer(const std::function<void()>& work);
+  // Does the work of a call, within the limits; what it throws becomes its status, and is counted.
+  grpc::Status answer(grpc::ServerContext* context, const google::protobuf::Message& request,
+                      const std::function<void(Rpc::Calls::Call&)>& work);
   void count(grpc::StatusCode code);
 
   // On the loop.
@@ -88,6 +90,7 @@ class RowService final
   Catalog catalog_;
   LoopGate& gate_;
   Host& host_;
+  Rpc::Calls& calls_;
   Watches watches_;
   std::array<std::atomic<uint64_t>, 17> failures_{};  // by status code
 };

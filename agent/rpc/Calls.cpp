@@ -91,6 +91,16 @@ void Calls::opened(Call& call) {
   due_.erase({call.deadline_, &call});
 }
 
+void Calls::prolong(Call& call) {
+  const Deadline later = deadlineOf(call.context_, call.kind_, limits_);
+  const std::lock_guard lock(mutex_);
+  auto due = due_.extract({call.deadline_, &call});
+  if (due.empty()) return;  // it is being ended
+  call.deadline_ = later;
+  due.value().first = later;
+  due_.insert(std::move(due));
+}
+
 grpc::Status Calls::hold(Call& call, size_t bytes) {
   const std::lock_guard lock(mutex_);
   if (bytes > limits_.requestBytes - bytes_) {

@@ -3,7 +3,8 @@
 //
 // What is beyond a limit is turned away with RESOURCE_EXHAUSTED. A call that is still there at its
 // deadline, because its client does not read what it asked for, is ended, and so is a session whose
-// client has not opened it by then. Sessions do not get all of the room: calls that end by
+// client has not opened it by then. A call whose client goes on reading may be given more time.
+// Sessions do not get all of the room: calls that end by
 // themselves always find some.
 #pragma once
 
@@ -50,6 +51,7 @@ class Calls {
   grpc::Status enter(Call& call);
   void leave(Call& call);
   void opened(Call& call);
+  void prolong(Call& call);
   grpc::Status hold(Call& call, size_t bytes);
   void endWhatIsDue();
 
@@ -81,6 +83,9 @@ class Calls::Call {
   Deadline deadline() const { return deadline_; }
   // The session's client has done what opens it: from now on it may last.
   void opened() { calls_.opened(*this); }
+  // The client has taken something: the call has the longest time once more, but never more than
+  // the client allows.
+  void prolong() { calls_.prolong(*this); }
   // The call's request has so many bytes, which it holds until it ends. Not OK: as status().
   grpc::Status hold(size_t bytes) { return calls_.hold(*this, bytes); }
 
@@ -90,7 +95,7 @@ class Calls::Call {
   grpc::ServerContext& context_;
   const Kind kind_;
   const std::string peer_;
-  const Deadline deadline_;
+  Deadline deadline_;
   size_t bytes_ = 0;
   grpc::Status status_;
 };

@@ -73,6 +73,11 @@ class RpcServices final : public Services, private Rows::Host {
   void start(Needs needs) override {
     needs_ = std::make_unique<Needs>(std::move(needs));
     gate_ = std::make_unique<LoopGate>(needs_->loop, remote_.waiting);
+    calls_ = std::make_unique<Rpc::Calls>(
+        Rpc::Calls::Limits{.calls = remote_.calls,
+                           .connections = remote_.connections,
+                           .longest = std::chrono::seconds(remote_.callSeconds),
+                           .requestBytes = requestBytes(remote_)});
     if (!settings_.addresses.empty()) serveP4Runtime();
     if (!remote_.rowSocket.empty()) serveRows();
   }
@@ -83,11 +88,6 @@ class RpcServices final : public Services, private Rows::Host {
 
  private:
   void serveP4Runtime() {
-    calls_ = std::make_unique<Rpc::Calls>(
-        Rpc::Calls::Limits{.calls = remote_.calls,
-                           .connections = remote_.connections,
-                           .longest = std::chrono::seconds(remote_.callSeconds),
-                           .requestBytes = requestBytes(remote_)});
     target_ = std::make_unique<P4::RowTarget>(
         needs_->database, *gate_,
         P4::RowTarget::Options{.capacities = capacities_,
@@ -130,7 +130,7 @@ class RpcServices final : public Services, private Rows::Host {
     Rows::WatchLimits limits;
     limits.watches = remote_.watches;
     rows_ = std::make_unique<Rows::RowService>(*needs_->database, needs_->loop, *gate_,
-                                               static_cast<Rows::Host&>(*this), limits);
+                                               static_cast<Rows::Host&>(*this), *calls_, limits);
     rowServer_ = std::make_unique<Rpc::Server>(settings, std::vector<grpc::Service*>{rows_.get()});
     Log::info("listening",
               {{"service", "rowdb"}, {"address", rowServer_->addresses().front().text()}},

@@ -19,6 +19,7 @@
 #include "agent/LoopGate.h"
 #include "agent/Tables.h"
 #include "agent/rows/RowService.h"
+#include "agent/rpc/Calls.h"
 #include "platform/Hub/Mount.h"
 #include "platform/Hub/ReferenceHub.h"
 #include "platform/P4Runtime/PluginLibrary.h"
@@ -63,11 +64,12 @@ struct BenchOptions {
   WatchLimits watches;
   uint32_t capacity = 4096;  // of each table
   size_t room = 16;          // of the gate
+  Agent::Rpc::Calls::Limits calls;
 };
 
 class Bench {
  public:
-  explicit Bench(const BenchOptions& options = {}) : options_(options) {
+  explicit Bench(const BenchOptions& options = {}) : options_(options), calls_(options.calls) {
     std::promise<void> ready;
     thread_ = std::thread([this, &ready] { serve(ready); });
     ready.get_future().get();
@@ -160,13 +162,14 @@ class Bench {
       for (const auto& plugin : plugins) {
         if (!plugin->mountsComplete()) return waitForMounts(plugins, ready);
       }
-      service_ = std::make_unique<Agent::Rows::RowService>(*database_, *loop_, *gate_, host,
+      service_ = std::make_unique<Agent::Rows::RowService>(*database_, *loop_, *gate_, host, calls_,
                                                            options_.watches);
       ready.set_value();
     });
   }
 
   const BenchOptions options_;
+  Agent::Rpc::Calls calls_;
   Directory directory_;
   std::unique_ptr<Agent::EventLoop> loop_;
   std::unique_ptr<Agent::LoopGate> gate_;

@@ -318,16 +318,21 @@ TEST_F(RowServiceTest, AScanOfAnEmptyTableIsEmpty) {
   EXPECT_TRUE(scan(*bench.stub, "VaneIpv6Encap").empty());
 }
 
-TEST_F(RowServiceTest, LargeRowsComeInMessagesOfBoundedSize) {
+// The largest rows that there are: groups of 1,024 members, some 10 KiB each as JSON.
+void setLargestGroups(v1::RowDatabase::Stub& stub, uint32_t from, uint32_t count) {
   std::string list = "[0";
   for (int i = 1; i < 1024; ++i) list += "," + std::to_string(i);
   list += "]";
   std::vector<v1::RowChange> changes;
-  for (int id = 1; id <= 600; ++id) {
+  for (uint32_t id = from + 1; id <= from + count; ++id) {
     changes.push_back(setChange("VaneEcmpGroup", "{\"id\":" + std::to_string(id) + ",\"members\":" +
                                                      list + ",\"watchPorts\":" + list + "}"));
   }
-  ASSERT_EQ(write(*bench.stub, changes).applied(), 600u);
+  ASSERT_EQ(write(stub, changes).applied(), count);
+}
+
+TEST_F(RowServiceTest, LargeRowsComeInMessagesOfBoundedSize) {
+  setLargestGroups(*bench.stub, 0, 600);
   v1::ScanRowsRequest request;
   request.set_table("VaneEcmpGroup");
   request.set_json(true);
@@ -442,6 +447,67 @@ TEST(RowServiceLimits, ACallThatFindsTheLoopsRoomTakenIsTurnedAway) {
   EXPECT_EQ(full, 3);
   EXPECT_EQ(done, 1);
   holder.join();
+}
+
+// A scan of more than a connection holds, in messages of some megabyte.
+struct LongScan {
+  explicit LongScan(Agent::Rpc::Calls::Limits limits)
+      : bench({.watches = {}, .capacity = 4096, .room = 16, .calls = limits}) {
+    for (uint32_t from = 0; from < count; from += 100) setLargestGroups(*bench.stub, from, 100);
+    v1::ScanRowsRequest request;
+    request.set_table("VaneEcmpGroup");
+    request.set_json(true);
+    reader = bench.stub->ScanRows(&context, request);
+  }
+
+  static constexpr uint32_t count = 2000;
+  Bench bench;
+  Context context;
+  std::unique_ptr<grpc::ClientReader<v1::ScanRowsResponse>> reader;
+  v1::ScanRowsResponse response;
+};
+
+TEST(RowServiceLimits, ACallBeyondTheirNumberIsTurnedAway) {
+  LongScan scan({.calls = 1});
+  ASSERT_TRUE(scan.reader->Read(&scan.response));
+  Context context;
+  v1::Status status;
+  EXPECT_EQ(scan.bench.stub->GetStatus(&context, {}, &status).error_code(),
+            StatusCode::RESOURCE_EXHAUSTED);
+  while (scan.reader->Read(&scan.response)) {
+  }
+  EXPECT_TRUE(scan.reader->Finish().ok());
+}
+
+TEST(RowServiceLimits, ARequestThatIsTooLargeBesideOthersIsTurnedAway) {
+  Bench bench({.watches = {}, .calls = {.requestBytes = 1000}});
+  v1::WriteRowsRequest request;
+  for (uint32_t n = 0; n < 100; ++n) *request.add_changes() = setChange(routes, route(prefix(n)));
+  v1::WriteRowsResponse response;
+  Context context;
+  EXPECT_EQ(bench.stub->WriteRows(&context, request, &response).error_code(),
+            StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_TRUE(scan(*bench.stub, routes).empty());
+}
+
+TEST(RowServiceLimits, AScanThatItsClientDoesNotTakeIsEnded) {
+  LongScan scan({.longest = std::chrono::milliseconds(2500)});
+  ASSERT_TRUE(scan.reader->Read(&scan.response));
+  std::this_thread::sleep_for(std::chrono::milliseconds(5000));
+  while (scan.reader->Read(&scan.response)) {
+  }
+  EXPECT_EQ(scan.reader->Finish().error_code(), StatusCode::DEADLINE_EXCEEDED);
+}
+
+TEST(RowServiceLimits, AScanThatItsClientGoesOnTakingMayLastLonger) {
+  LongScan scan({.longest = std::chrono::milliseconds(2500)});
+  uint32_t rows = 0;
+  while (scan.reader->Read(&scan.response)) {
+    rows += static_cast<uint32_t>(scan.response.rows_size());
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  EXPECT_TRUE(scan.reader->Finish().ok());
+  EXPECT_EQ(rows, LongScan::count);
 }
 
 TEST(RowServiceLimits, ACallWhenTheLoopHasEndedIsUnavailable) {

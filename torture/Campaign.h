@@ -29,8 +29,9 @@ struct Tally {
 };
 
 struct Setting {
-  uint64_t seed = 0;   // of every choice that the campaign makes
-  bool slice = false;  // a campaign that has a fixed amount to do does a part of it, by the seed
+  uint64_t seed = 0;     // of every choice that the campaign makes
+  bool slice = false;    // a campaign that has a fixed amount to do does a part of it, by the seed
+  bool verbose = false;  // it prints what it did, beyond the numbers
   std::chrono::steady_clock::time_point until;  // one that goes by time ends here
 
   bool timeLeft() const { return std::chrono::steady_clock::now() < until; }

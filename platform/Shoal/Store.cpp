@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/Guard/Exception.h"
+#include "platform/Shoal/CrashPoint.h"
 #include "platform/Shoal/TableFile.h"
 #include "platform/Trace/Trace.h"
 
@@ -16,8 +17,10 @@ namespace Shoal {
 void format(Memory& memory, const EntryLayout& layout, const Plan& plan) {
   memory.claim(0, plan.slotsOffset);
   memory.claim(plan.levelOffset[0], uint64_t{plan.levelWords[0]} * sizeof(uint32_t));
+  crashPoint<"create: memory claimed">();
   const Header header = headerFor(layout, plan);
   std::memcpy(memory.base(), &header, sizeof header);
+  crashPoint<"create: header written">();
 }
 
 Store::Store(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Memory> memory,
@@ -31,11 +34,15 @@ Store::Store(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Me
   if (mode_ != Mode::writer) return;
   writer_.emplace(view_, *memory_);
   writer_->repair();
+  crashPoint<"attach: table whole">();
   Header& header = view_.header();
   const auto pid = static_cast<uint32_t>(::getpid());
   put(header.writerStart, processStart(pid).value_or(0));
+  crashPoint<"attach: start noted">();
   put(header.writerPid, pid);
+  crashPoint<"attach: process noted">();
   put(header.generation, header.generation + 1);
+  crashPoint<"attach: generation raised">();
 }
 
 // A child process that inherited the store is not the writer and leaves everything as it is.
@@ -43,6 +50,7 @@ Store::~Store() {
   if (mode_ != Mode::writer) return;
   if (view_.header().writerPid != static_cast<uint32_t>(::getpid())) return;
   put(view_.header().writerPid, 0);
+  crashPoint<"detach: no process noted">();
   writer_->wakeFollowers();
 }
 

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "platform/Shoal/CrashPoint.h"
 #include "platform/Shoal/SharedTable.h"
 
 namespace Shoal {
@@ -79,6 +80,7 @@ FileDescriptor TableFile::openPart(int parent, const std::string& part, Access a
     if (::mkdirat(parent, part.c_str(), directoryMode) != 0 && errno != EEXIST) {
       refuseErrno("make the directory " + part);
     }
+    crashPoint<"attach: directory made">();
     directory = FileDescriptor(::openat(parent, part.c_str(), directoryFlags));
   }
   if (!directory) refuseErrno("open the directory " + part);
@@ -112,7 +114,10 @@ FileDescriptor TableFile::lock() const {
   if (!file) refuseErrno("open the lock file " + lockFile_);
   checkPlainFile(file);
   struct flock lock = wholeFile(F_WRLCK);
-  if (::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) return file;
+  if (::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) {
+    crashPoint<"attach: lock taken">();
+    return file;
+  }
   if (errno != EAGAIN && errno != EACCES) refuseErrno("lock the file " + lockFile_);
   refuseHolder();
 }
@@ -154,15 +159,19 @@ std::optional<FileDescriptor> TableFile::open(Access access) const {
 
 FileDescriptor TableFile::create(uint64_t size, const std::function<void(int)>& fill) const {
   ::unlinkat(directory_.get(), temporary_.c_str(), 0);  // of a creator that was killed
+  crashPoint<"create: no leftover">();
   FileDescriptor file(::openat(directory_.get(), temporary_.c_str(),
                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
   if (!file) refuseErrno("make the file " + temporary_);
+  crashPoint<"create: file made">();
   try {
     if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) refuseErrno("size the file");
+    crashPoint<"create: file sized">();
     fill(file.get());
     if (::renameat(directory_.get(), temporary_.c_str(), directory_.get(), file_.c_str()) != 0) {
       refuseErrno("name the file");
     }
+    crashPoint<"create: file named">();
   } catch (...) {
     ::unlinkat(directory_.get(), temporary_.c_str(), 0);
     throw;
@@ -174,6 +183,7 @@ void TableFile::remove() const {
   if (::unlinkat(directory_.get(), file_.c_str(), 0) != 0 && errno != ENOENT) {
     refuseErrno("remove the file");
   }
+  crashPoint<"remove: file gone">();
 }
 
 std::optional<Header> TableFile::readHeader(const FileDescriptor& file) {

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "platform/Shoal/CrashPoint.h"
+
 namespace Shoal {
 
 void IndexWriter::addTo(uint32_t level, uint64_t hash, uint32_t slot) {
@@ -21,14 +23,19 @@ void IndexWriter::grow() {
   if (next >= table_.plan.indexLevels) table_.corrupt("index too small for its slots");
   const uint64_t bytes = uint64_t{table_.plan.levelWords[next]} * sizeof(uint32_t);
   memory_.claim(table_.plan.levelOffset[next], bytes);
+  crashPoint<"grow: level has memory">();
   std::memset(table_.index(next), 0, bytes);
+  crashPoint<"grow: level empty">();
 
   Header& header = table_.header();
   for (uint32_t slot = 0; slot < header.highWater; ++slot) {
     if (kindOf(table_.slot(slot).state) != slotEmpty) addTo(next, hashOfSlot(slot), slot);
+    crashPoint<"grow: slot passed">();
   }
   put(header.indexLevel, next);
+  crashPoint<"grow: level in use">();
   put(header.indexVersion, header.indexVersion + 1);
+  crashPoint<"grow: version raised">();
 }
 
 void IndexWriter::remove(uint32_t slot) {
@@ -42,6 +49,7 @@ void IndexWriter::remove(uint32_t slot) {
     if (++count > mask) table_.corrupt("index without an end");
   }
   put(table_.header().operation.hole, at + 1);
+  crashPoint<"hole: recorded">();
   closeHole(at);
 }
 
@@ -55,14 +63,21 @@ void IndexWriter::finishRemoval() {
 void IndexWriter::closeHole(uint32_t hole) {
   Header& header = table_.header();
   uint32_t* words = table_.index(level());
+  uint32_t moves = 0;
   for (uint32_t from = wordForHole(hole); from != hole; from = wordForHole(hole)) {
+    if (++moves == table_.plan.levelWords[level()]) table_.corrupt("index without an end");
     put(words[hole], words[from]);
+    crashPoint<"hole: word copied">();
     put(header.indexVersion, header.indexVersion + 1);
+    crashPoint<"hole: version raised">();
     put(header.operation.hole, from + 1);
+    crashPoint<"hole: moved on">();
     hole = from;
   }
   put(words[hole], 0);
+  crashPoint<"hole: empty">();
   put(header.operation.hole, 0);
+  crashPoint<"hole: no longer recorded">();
 }
 
 // The place of the first word after the hole that would not be found with the hole empty, or the

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "platform/Guard/Exception.h"
+#include "platform/Shoal/CrashPoint.h"
 
 namespace Shoal {
 
@@ -43,6 +44,7 @@ std::string stateFault(const Header& header, const Plan& plan) {
            Bound{"entries", header.live, header.highWater},
            Bound{"free slot", header.freeHead, header.highWater},
            Bound{"change records claimed", header.ringClaimed, plan.ringRecords},
+           Bound{"changes", header.changes, uint64_t{1} << 62},
            Bound{"unfinished operation", operation.kind, OperationRecord::erase},
            Bound{"slot of the unfinished operation", operation.slot, plan.capacity - 1},
            Bound{"entries before it", operation.liveBefore, plan.capacity},
@@ -78,7 +80,9 @@ bool TableWriter::erase(const std::byte* key) {
 void TableWriter::clear() {
   for (uint32_t slot = table_.highWater(); slot-- != 0;) {
     if (kindOf(table_.slot(slot).state) == slotLive) eraseSlot(slot);
+    crashPoint<"clear: slot passed">();
   }
+  crashPoint<"clear: all gone">();
 }
 
 std::optional<uint32_t> TableWriter::find(const std::byte* key, uint64_t hash) const {
@@ -101,8 +105,11 @@ void TableWriter::insert(uint64_t hash, const std::byte* entry) {
       reusable != 0 ? takeFreeSlot(reusable - 1) : takeFreshSlot(header().highWater);
   writeEntry(slot, entry);
   index_.add(hash, slot);
+  crashPoint<"insert: index word added">();
   put(table_.slot(slot).state, slotLive);
+  crashPoint<"insert: entry there">();
   put(header().live, header().operation.liveBefore + 1);
+  crashPoint<"insert: counted">();
   end(ChangeHead::set);
 }
 
@@ -112,16 +119,22 @@ uint32_t TableWriter::takeFreeSlot(uint32_t slot) {
   }
   begin(OperationRecord::insert, slot);
   put(header().freeHead, nextFreeOf(table_.slot(slot).state));
+  crashPoint<"insert: free slot taken">();
   index_.remove(slot);
+  crashPoint<"insert: old key's index word gone">();
   return slot;
 }
 
 uint32_t TableWriter::takeFreshSlot(uint32_t slot) {
   if (slot >= table_.plan.capacity) throwFull(table_);
   ensureSlot(slot);
+  if (table_.slot(slot).state != slotEmpty) {
+    table_.corrupt("slot " + std::to_string(slot) + " is in use above the high water");
+  }
   index_.ensureRoom(slot + 1);
   begin(OperationRecord::insert, slot);
   put(header().highWater, slot + 1);
+  crashPoint<"insert: fresh slot taken">();
   return slot;
 }
 
@@ -131,6 +144,7 @@ void TableWriter::replace(uint32_t slot, const std::byte* entry) {
   begin(OperationRecord::replace, slot, odd);
   keepInJournal(slot, odd);
   writeEntry(slot, entry);
+  crashPoint<"replace: new entry there">();
   end(ChangeHead::set);
 }
 
@@ -139,8 +153,11 @@ void TableWriter::eraseSlot(uint32_t slot) {
   if (header().live == 0) table_.corrupt("an entry in slot " + std::to_string(slot) + " of none");
   begin(OperationRecord::erase, slot);
   put(table_.slot(slot).state, freeState(header().freeHead));
+  crashPoint<"erase: entry gone">();
   put(header().freeHead, slot + 1);
+  crashPoint<"erase: slot listed as free">();
   put(header().live, header().operation.liveBefore - 1);
+  crashPoint<"erase: counted">();
   end(ChangeHead::removed);
 }
 
@@ -148,19 +165,27 @@ void TableWriter::writeEntry(uint32_t slot, const std::byte* entry) {
   SlotHead& head = table_.slot(slot);
   const uint32_t odd = head.sequence | 1;
   put(head.sequence, odd);
+  crashPoint<"entry: sequence odd">();
   copyIn(table_.entry(slot), entry, table_.plan.entrySize);
+  crashPoint<"entry: bytes written">();
   put(head.sequence, odd + 1);
+  crashPoint<"entry: sequence even">();
 }
 
 // The two records take turns, so that a reader has a whole further replace's time to copy one.
 void TableWriter::keepInJournal(uint32_t slot, uint32_t odd) {
   const uint32_t turn = header().operation.journalTurn & 1;
   put(header().operation.journalTurn, turn ^ 1);
+  crashPoint<"journal: turn taken">();
   JournalHead& record = table_.journal(turn);
   put(record.sequence, 0);
+  crashPoint<"journal: record opened">();
   put(record.slot, slot + 1);
+  crashPoint<"journal: slot named">();
   copyIn(table_.journalEntry(turn), table_.entry(slot), table_.plan.entrySize);
+  crashPoint<"journal: old entry kept">();
   put(record.sequence, odd);
+  crashPoint<"journal: record counts">();
 }
 
 // --- Memory -------------------------------------------------------------------------------------
@@ -170,6 +195,7 @@ void TableWriter::ensureSlot(uint32_t slot) {
     return;
   put(header().slotsClaimed, claimElements(table_.plan.slotsOffset, table_.plan.slotStride,
                                            header().slotsClaimed, slot + 1, table_.plan.capacity));
+  crashPoint<"claim: slots have memory">();
 }
 
 // Records are used in the order of their places but for the first, which comes last.
@@ -181,6 +207,7 @@ void TableWriter::ensureChange() {
   put(header().ringClaimed,
       claimElements(table_.plan.ringOffset, table_.plan.ringStride, header().ringClaimed,
                     record + 1, table_.plan.ringRecords));
+  crashPoint<"claim: change records have memory">();
 }
 
 // Claims memory for at least `wanted` elements of a region, of which `claimed` have it: a chunk
@@ -196,6 +223,7 @@ uint32_t TableWriter::claimElements(uint64_t offset, uint64_t stride, uint32_t c
     to = needed;
     memory_.claim(offset + from, to - from);
   }
+  crashPoint<"claim: memory there">();
   return static_cast<uint32_t>(std::min<uint64_t>(to / stride, limit));
 }
 
@@ -207,30 +235,41 @@ void TableWriter::begin(OperationRecord::Kind kind, uint32_t slot, uint32_t odd)
   put(operation.liveBefore, header().live);
   put(operation.sequence, odd);
   put(operation.changesBefore, header().changes);
+  crashPoint<"record: filled in">();
   put(operation.kind, kind);
+  crashPoint<"record: operation begun">();
 }
 
 void TableWriter::end(ChangeHead::Kind kind) {
   OperationRecord& operation = header().operation;
   if (header().changes == operation.changesBefore) publish(kind, operation.slot);
+  crashPoint<"record: change told">();
   put(operation.kind, OperationRecord::none);
+  crashPoint<"record: operation over">();
 }
 
 void TableWriter::publish(ChangeHead::Kind kind, uint32_t slot) {
   const uint64_t number = header().changes + 1;
   ChangeHead& record = table_.change(number);
   put(record.number, 0);
+  crashPoint<"change: record opened">();
   put(record.kind, kind);
   put(record.slot, slot);
+  crashPoint<"change: kind and slot written">();
   copyIn(table_.changeKey(number), table_.entry(slot) + table_.plan.keyOffset, table_.plan.keySize);
+  crashPoint<"change: key written">();
   put(record.number, number);
+  crashPoint<"change: numbered">();
   put(header().changes, number);
+  crashPoint<"change: counted">();
   if (number % changesPerWake == 0) wakeFollowers();
 }
 
 void TableWriter::wakeFollowers() {
   put(header().wakes, header().wakes + 1);
+  crashPoint<"wake: word raised">();
   ::syscall(SYS_futex, &header().wakes, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+  crashPoint<"wake: sleepers awake">();
 }
 
 // --- Repair -------------------------------------------------------------------------------------
@@ -242,11 +281,13 @@ void TableWriter::repair() {
     memory_.claim(plan.levelOffset[level], uint64_t{plan.levelWords[level]} * sizeof(uint32_t));
   }
   memory_.claim(plan.ringOffset, uint64_t{header().ringClaimed} * plan.ringStride);
+  crashPoint<"repair: memory claimed again">();
   ensureChange();
 
   const OperationRecord& operation = header().operation;
   if (operation.kind == OperationRecord::none) return;
   ensureSlot(operation.slot);
+  crashPoint<"repair: an operation to finish">();
   if (operation.kind == OperationRecord::insert) repairInsert(operation.slot);
   if (operation.kind == OperationRecord::replace) repairReplace(operation.slot);
   if (operation.kind == OperationRecord::erase) repairErase(operation.slot);
@@ -258,13 +299,19 @@ void TableWriter::repairInsert(uint32_t slot) {
   SlotHead& head = table_.slot(slot);
   if (kindOf(head.state) == slotLive) {
     put(header().live, header().operation.liveBefore + 1);
+    crashPoint<"repair: insert counted">();
     return end(ChangeHead::set);
   }
   index_.finishRemoval();
+  crashPoint<"repair: index whole again">();
   if (head.sequence & 1) put(head.sequence, head.sequence + 1);
+  crashPoint<"repair: insert's sequence even">();
   if (header().highWater <= slot) put(header().highWater, slot + 1);
+  crashPoint<"repair: insert's slot in use">();
   if (kindOf(head.state) == slotEmpty) put(head.state, freeState(header().freeHead));
+  crashPoint<"repair: insert's slot free">();
   put(header().freeHead, slot + 1);
+  crashPoint<"repair: insert's slot listed as free">();
   put(header().operation.kind, OperationRecord::none);
 }
 
@@ -277,7 +324,9 @@ void TableWriter::repairReplace(uint32_t slot) {
       const JournalHead& record = table_.journal(turn);
       if (record.sequence != odd || record.slot != slot + 1) continue;
       copyIn(table_.entry(slot), table_.journalEntry(turn), table_.plan.entrySize);
+      crashPoint<"repair: old entry back">();
       put(head.sequence, odd + 1);
+      crashPoint<"repair: replace's sequence even">();
       put(header().operation.kind, OperationRecord::none);
       return;
     }
@@ -290,7 +339,9 @@ void TableWriter::repairReplace(uint32_t slot) {
 void TableWriter::repairErase(uint32_t slot) {
   if (kindOf(table_.slot(slot).state) == slotFree) {
     put(header().freeHead, slot + 1);
+    crashPoint<"repair: erased slot listed as free">();
     put(header().live, header().operation.liveBefore - 1);
+    crashPoint<"repair: erase counted">();
     return end(ChangeHead::removed);
   }
   put(header().operation.kind, OperationRecord::none);

@@ -11,6 +11,13 @@ if(ROUTING_32BIT)
   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 
+if(ROUTING_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    message(FATAL_ERROR "ROUTING_FUZZ: expected clang, found ${CMAKE_CXX_COMPILER_ID}")
+  endif()
+  set(ROUTING_SANITIZE address,undefined,fuzzer-no-link)
+endif()
+
 if(ROUTING_SANITIZE)
   add_compile_options(-fsanitize=${ROUTING_SANITIZE} -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${ROUTING_SANITIZE})

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,15 @@ using Odd = Checked<23, 5, 3>;       // nothing aligned to anything
 using Group = Checked<8232, 28, 4>;  // larger than a page
 static_assert(sizeof(Route) == 56 && sizeof(Tiny) == 16 && sizeof(Odd) == 23 &&
               sizeof(Group) == 8232);
+
+template <class Entry>
+Shoal::Bytes bytesOf(const Entry& value) {
+  return std::as_bytes(std::span<const Entry, 1>(&value, 1));
+}
+template <class Entry>
+void put(Shoal::TableStore& table, const Entry& entry) {
+  table.set(bytesOf(entry.id), bytesOf(entry));
+}
 
 // Numbers whose keys begin their search at the same place of the smallest index of at least 1024
 // words, and have the same tag in its lowest bits.

@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <sys/statvfs.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -34,7 +36,46 @@ namespace {
   Guard::MemoryResourceException::throwException(text.str());
 }
 
+// The maps of this process, for nameAt. A place is taken by its `memory`, and counts while its
+// `end` is not 0. Maps beyond the last place are not known, which costs a message its table's name.
+struct KnownMap {
+  std::atomic<const Memory*> memory{nullptr};
+  std::atomic<const std::byte*> base{nullptr};
+  std::atomic<const char*> name{nullptr};
+  std::atomic<uintptr_t> end{0};
+};
+std::array<KnownMap, 256> knownMaps;
+
+void know(const Memory* memory, const std::byte* base, uint64_t size, const char* name) {
+  for (KnownMap& known : knownMaps) {
+    const Memory* nobody = nullptr;
+    if (!known.memory.compare_exchange_strong(nobody, memory)) continue;
+    known.base = base;
+    known.name = name;
+    known.end = reinterpret_cast<uintptr_t>(base) + static_cast<uintptr_t>(size);
+    return;
+  }
+}
+
+void forget(const Memory* memory) {
+  for (KnownMap& known : knownMaps) {
+    if (known.memory.load() != memory) continue;
+    known.end = 0;
+    known.memory = nullptr;
+    return;
+  }
+}
+
 }  // namespace
+
+const char* Memory::nameAt(const void* address) noexcept {
+  const auto at = reinterpret_cast<uintptr_t>(address);
+  for (const KnownMap& known : knownMaps) {
+    const bool below = at < known.end.load();
+    if (below && at >= reinterpret_cast<uintptr_t>(known.base.load())) return known.name.load();
+  }
+  return nullptr;
+}
 
 Memory::Memory(FileDescriptor file, uint64_t size, bool writable, std::string name)
     : file_(std::move(file)), size_(size), name_(std::move(name)) {
@@ -45,15 +86,31 @@ Memory::Memory(uint64_t size, std::string name) : size_(size), name_(std::move(n
   map(PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE);
 }
 
-Memory::~Memory() { ::munmap(base_, static_cast<size_t>(size_)); }
-
-void Memory::map(int protection, int flags) {
-  if (size_ > std::numeric_limits<size_t>::max()) throwNoAddressSpace(name_, size_, ENOMEM);
-  void* base =
-      ::mmap(nullptr, static_cast<size_t>(size_), protection, flags, file_ ? file_.get() : -1, 0);
-  if (base == MAP_FAILED) throwNoAddressSpace(name_, size_, errno);
-  base_ = static_cast<std::byte*>(base);
+Memory::~Memory() {
+  forget(this);
+  unmap();
 }
+
+// First the addresses, with a page more on either side, then the memory in their middle.
+void Memory::map(int protection, int flags) {
+  constexpr uint64_t guards = 2 * pageSize;
+  if (size_ > std::numeric_limits<size_t>::max() - guards) {
+    throwNoAddressSpace(name_, size_, ENOMEM);
+  }
+  void* all = ::mmap(nullptr, static_cast<size_t>(size_ + guards), PROT_NONE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (all == MAP_FAILED) throwNoAddressSpace(name_, size_, errno);
+  base_ = static_cast<std::byte*>(all) + pageSize;
+  if (::mmap(base_, static_cast<size_t>(size_), protection, flags | MAP_FIXED,
+             file_ ? file_.get() : -1, 0) == MAP_FAILED) {
+    const int error = errno;
+    unmap();
+    throwNoAddressSpace(name_, size_, error);
+  }
+  know(this, base_, size_, name_.c_str());
+}
+
+void Memory::unmap() { ::munmap(base_ - pageSize, static_cast<size_t>(size_ + 2 * pageSize)); }
 
 // Enters the claimed pages into the page table now, in one go, which costs a fraction of one fault
 // for each when it is first written. A kernel that cannot do it leaves it to the faults.

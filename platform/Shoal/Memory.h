@@ -2,6 +2,12 @@
 //
 // A file is sparse. Every part of it is claimed before it is written, so that a memory file system
 // without room is an exception here and never a fault signal later.
+//
+// On either side of the map lies a page that nobody may touch, so that a wrong place in it is a
+// fault at once and never another object's bytes.
+//
+// One fault remains that nothing can keep away: a file that its owner cuts short while it is mapped
+// (SIGBUS). Every map is known by its addresses, for a handler that tells which table it was.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +31,9 @@ class Memory {
 
   std::byte* base() const { return base_; }
 
+  // The name of the memory in which the address lies, or null. May be called in a signal handler.
+  static const char* nameAt(const void* address) noexcept;
+
   // Makes sure that these bytes have memory. Throws Guard::MemoryResourceException, with the bytes
   // needed and free. What is already there stays.
   void claim(uint64_t offset, uint64_t bytes);
@@ -33,6 +42,7 @@ class Memory {
 
  private:
   void map(int protection, int flags);
+  void unmap();
   void populate(uint64_t offset, uint64_t bytes);
 
   FileDescriptor file_;

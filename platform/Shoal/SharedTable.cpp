@@ -9,6 +9,7 @@
 #include <sstream>
 #include <utility>
 
+#include "platform/Shoal/CrashPoint.h"
 #include "platform/Shoal/Store.h"
 #include "platform/Shoal/TableFile.h"
 
@@ -18,12 +19,12 @@ namespace {
 
 using Access = TableFile::Access;
 
-// Reads the header and refuses the file unless it is a faultless table, of this layout if one is
-// given.
+// Reads the header first and looks at the size then, so that a file that is cut short meanwhile is
+// found to be. Refuses the file unless it is a faultless table, of this layout if one is given.
 Header checkedHeader(const TableFile& place, const FileDescriptor& file,
                      const EntryLayout* layout) {
-  const uint64_t size = TableFile::sizeOf(file);
   const auto header = TableFile::readHeader(file);
+  const uint64_t size = TableFile::sizeOf(file);
   if (!header) {
     place.refuse("not a shared table: " + std::to_string(size) + " bytes, expected at least " +
                  std::to_string(sizeof(Header)));
@@ -32,6 +33,19 @@ Header checkedHeader(const TableFile& place, const FileDescriptor& file,
   if (fault.empty() && layout != nullptr) fault = layoutDifference(layoutOf(*header), *layout);
   if (!fault.empty()) place.refuse(fault);
   return *header;
+}
+
+// The file, mapped, and still as long as it was when it was looked at.
+std::unique_ptr<Memory> mapped(const TableFile& place, FileDescriptor file, uint64_t size,
+                               bool writable) {
+  const int number = file.get();
+  auto memory = std::make_unique<Memory>(std::move(file), size, writable, place.name());
+  struct stat status {};
+  if (::fstat(number, &status) != 0 || static_cast<uint64_t>(status.st_size) < size) {
+    place.refuse("cut short while it was attached: " + std::to_string(status.st_size) +
+                 " bytes, expected " + std::to_string(size));
+  }
+  return memory;
 }
 
 Plan planOf(const Header& header) {
@@ -44,7 +58,7 @@ std::shared_ptr<Store> attachForReading(const std::filesystem::path& root,
   auto file = place.open(Access::read);
   if (!file) place.refuse("no such table");
   const Header header = checkedHeader(place, *file, layout);
-  auto memory = std::make_unique<Memory>(std::move(*file), header.fileSize, false, tablePath);
+  auto memory = mapped(place, std::move(*file), header.fileSize, false);
   return std::make_shared<Store>(Mode::reader, layoutOf(header), planOf(header), std::move(memory),
                                  FileDescriptor(), tablePath);
 }
@@ -106,7 +120,8 @@ std::shared_ptr<TableStore> attachWriter(const std::filesystem::path& root,
   if (const std::string fault = stateFault(header, plan); !fault.empty()) {
     place.refuse("damaged: " + fault);
   }
-  auto memory = std::make_unique<Memory>(std::move(*file), plan.fileSize, true, tablePath);
+  auto memory = mapped(place, std::move(*file), plan.fileSize, true);
+  crashPoint<"attach: file mapped">();
   return std::make_shared<Store>(Mode::writer, layout, plan, std::move(memory), std::move(lock),
                                  tablePath);
 }
@@ -136,8 +151,11 @@ void removeTable(const std::filesystem::path& root, const std::string& tablePath
   const auto header = TableFile::readHeader(*file);
   FileDescriptor lock;
   if (!header || !thisProcessIsWriter(*header)) lock = place.lock();
+  crashPoint<"remove: nobody else writes">();
   place.remove();
 }
+
+const char* tableAtAddress(const void* address) noexcept { return Memory::nameAt(address); }
 
 TableStatus tableStatus(const std::filesystem::path& root, const std::string& tablePath) {
   const TableFile place(root, tablePath, Access::read);
@@ -150,7 +168,7 @@ TableStatus tableStatus(const std::filesystem::path& root, const std::string& ta
   TableStatus result;
   result.path = tablePath;
   result.layout = layoutOf(header);
-  result.entries = header.live;
+  result.entries = std::min(header.live, header.capacity);
   result.capacity = header.capacity;
   result.bytes = static_cast<uint64_t>(status.st_blocks) * 512;
   result.generation = header.generation;

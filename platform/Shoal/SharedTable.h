@@ -87,6 +87,11 @@ struct TableStatus {
 };
 TableStatus tableStatus(const std::filesystem::path& root, const std::string& tablePath);
 
+// The path of the table in whose mapped memory the address lies; null if it lies in none. May be
+// called in a signal handler: a table that is cut short while it is attached cannot be read any
+// more, and whoever does gets SIGBUS.
+const char* tableAtAddress(const void* address) noexcept;
+
 // Follows a table's changes from another process without scanning it.
 class ChangeFollower {
  public:

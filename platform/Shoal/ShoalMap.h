@@ -10,12 +10,23 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/Guard/Exception.h"
 #include "platform/Shoal/TableStore.h"
 
 namespace Shoal {
 
+// Entries that have fields of type bool name them: `static constexpr std::array truths{...}`.
+template <class Entry>
+concept NamesTruths = requires {
+  Entry::truths;
+};
+
 // An entry type says what its key is: `static constexpr auto key = &Entry::field`, whose type is
 // Key. Key and Entry are plain bytes without hidden padding.
+//
+// Another process wrote the bytes. Any bytes are a number or an address, if not one that means
+// something; but not a bool: an entry in which one is neither 0 nor 1 is not handed out, and
+// reading it throws Guard::CorruptionDetectedException.
 template <class Key, class Entry>
 class ShoalMap {
   static_assert(std::is_trivially_copyable_v<Key> && std::is_trivially_copyable_v<Entry>);
@@ -34,16 +45,18 @@ class ShoalMap {
   uint64_t size() const { return store_->size(); }
 
   // The first entry in slot order, copied into `entry`; whether there is one.
-  bool first(IterHint& hint, Entry& entry) const { return store_->first(hint, bytesOf(entry)); }
+  bool first(IterHint& hint, Entry& entry) const {
+    return checked(store_->first(hint, bytesOf(entry)), entry);
+  }
   // The entry that follows `key` in slot order. `key` may be a part of `entry`.
   bool next(const Key& key, IterHint& hint, Entry& entry) const {
-    return store_->next(bytesOf(key), hint, bytesOf(entry));
+    return checked(store_->next(bytesOf(key), hint, bytesOf(entry)), entry);
   }
 
   // The entry of `key` and true in `found`, or the empty entry (all zero) and false.
   Entry safeLookup(const Key& key, bool& found) const {
     Entry entry{};
-    found = store_->lookup(bytesOf(key), bytesOf(entry));
+    found = checked(store_->lookup(bytesOf(key), bytesOf(entry)), entry);
     return entry;
   }
 
@@ -80,6 +93,24 @@ class ShoalMap {
   template <class T>
   static MutableBytes bytesOf(T& value) requires(!std::is_const_v<T>) {
     return std::as_writable_bytes(std::span<T, 1>(&value, 1));
+  }
+
+  // Passes `found` on. What is no entry does not stay in the caller's hands.
+  bool checked(bool found, Entry& entry) const {
+    if constexpr (NamesTruths<Entry>) {
+      for (const auto truth : Entry::truths) {
+        const auto byte = std::to_integer<unsigned>(bytesOf(entry.*truth)[0]);
+        if (byte <= 1) [[likely]]
+          continue;
+        entry = Entry{};
+        throwNoTruth(store_->path(), byte);
+      }
+    }
+    return found;
+  }
+  [[noreturn]] static void throwNoTruth(const std::string& path, unsigned byte) {
+    Guard::CorruptionDetectedException::throwException("shared table \"" + path + "\": a bool is " +
+                                                       std::to_string(byte) + ", expected 0 or 1");
   }
 
   std::shared_ptr<TableStore> store_;

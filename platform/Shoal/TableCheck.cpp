@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -35,10 +36,7 @@ class Checker {
     index();
     ring();
     const Header after = header();
-    const bool isSame = before.changes == after.changes &&
-                        before.operation.changesBefore == after.operation.changesBefore &&
-                        before.operation.kind == after.operation.kind &&
-                        before.generation == after.generation;
+    const bool isSame = Moment(before) == Moment(after);
     result_.isUnfinished = result_.isUnfinished && isSame;
     result_.isCounted = isSame && !result_.isUnfinished;
     if (result_.isCounted) counts(after);
@@ -46,6 +44,21 @@ class Checker {
   }
 
  private:
+  // Where the writer is: if it is the same before and after a look, then nothing was written in
+  // between but by an operation that was under way all the time.
+  struct Moment {
+    explicit Moment(const Header& header)
+        : changes(header.changes),
+          changesBefore(header.operation.changesBefore),
+          generation(header.generation),
+          kind(header.operation.kind) {}
+    bool isAtRest() const { return kind == OperationRecord::none; }
+    friend bool operator==(const Moment&, const Moment&) = default;
+
+    uint64_t changes, changesBefore, generation;
+    uint32_t kind;
+  };
+
   // A copy, so that its numbers are looked at once.
   Header header() const {
     Header copy;
@@ -57,14 +70,17 @@ class Checker {
     if (result_.faultCount++ < maxFaultsTold) result_.faults.push_back(std::move(what));
   }
 
-  // `look` says what is wrong, or nothing. A writer at work has gone on when it is asked again; in
-  // a table that is known to be corrupt there is no need to.
+  // `look` says what is wrong, or nothing. What looked wrong while a writer was at work is looked
+  // at again; in a table that is known to be corrupt there is no need to.
   template <class Look>
   void confirm(Look&& look) {
     std::string what = look();
     for (int tries = 0; !what.empty() && tries < 5 && result_.faultCount < maxFaultsTold; ++tries) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      const Moment before(header());
       what = look();
+      if (before == Moment(header()) && (before.isAtRest() || before == standing_)) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      if (before == Moment(header())) standing_ = before;
     }
     if (!what.empty()) fault(std::move(what));
   }
@@ -147,8 +163,8 @@ class Checker {
   void ring() {
     const uint64_t latest = look(table_.header().changes);
     result_.changes = std::min<uint64_t>(latest, table_.plan.ringRecords);
-    for (uint64_t number = latest - result_.changes + 1; number <= latest; ++number) {
-      confirm([&] { return changeFault(number); });
+    for (uint64_t age = result_.changes; age-- != 0;) {
+      confirm([&] { return changeFault(latest - age); });
     }
   }
 
@@ -195,7 +211,8 @@ class Checker {
   }
 
   const TableView& table_;
-  std::vector<uint32_t> words_;  // by slot: 1 + the place of its word; 0: not met
+  std::vector<uint32_t> words_;     // by slot: 1 + the place of its word; 0: not met
+  std::optional<Moment> standing_;  // in the middle of an operation that does not go on
   TableCheck result_;
 };
 

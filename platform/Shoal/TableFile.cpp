@@ -1,6 +1,7 @@
 #include "platform/Shoal/TableFile.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,6 +33,17 @@ struct flock wholeFile(short type) {
 bool plainName(const std::string& part) {
   return !part.empty() && part != "." && part != ".." && part.size() <= 200 &&
          part.find('\0') == std::string::npos;
+}
+
+// A file larger than a process may make would not be an error but a signal (SIGXFSZ).
+void needFileSize(const std::string& name, uint64_t size) {
+  struct rlimit limit;
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return;
+  if (size <= limit.rlim_cur) return;
+  std::ostringstream text;
+  text << "shared table \"" << name << "\": out of memory: a file of " << size << " bytes needed, "
+       << limit.rlim_cur << " allowed to this process";
+  Guard::MemoryResourceException::throwException(text.str());
 }
 
 }  // namespace
@@ -158,6 +170,7 @@ std::optional<FileDescriptor> TableFile::open(Access access) const {
 }
 
 FileDescriptor TableFile::create(uint64_t size, const std::function<void(int)>& fill) const {
+  needFileSize(name_, size);
   ::unlinkat(directory_.get(), temporary_.c_str(), 0);  // of a creator that was killed
   crashPoint<"create: no leftover">();
   FileDescriptor file(::openat(directory_.get(), temporary_.c_str(),

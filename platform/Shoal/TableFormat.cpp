@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iomanip>
 #include <sstream>
 #include <string>
 
@@ -41,12 +42,25 @@ std::string firstDifference(std::initializer_list<Expectation> expectations) {
   return {};
 }
 
+std::string hexText(const std::array<char, 8>& bytes) {
+  std::ostringstream out;
+  out << std::hex << std::setfill('0');
+  for (const char byte : bytes) {
+    out << std::setw(2) << static_cast<unsigned>(static_cast<unsigned char>(byte));
+  }
+  return out.str();
+}
+
 // The header is one of this format at all; the fields looked at here keep their places in every
 // version.
 std::string formatFault(const Header& header) {
-  if (header.magic != tableMagic) return "not a shared table";
+  if (header.magic != tableMagic) {
+    return text("not a shared table: it begins with ", hexText(header.magic), ", expected ",
+                hexText(tableMagic));
+  }
   if (header.byteOrder == __builtin_bswap32(byteOrderMark)) {
-    return "written on a host of the other byte order";
+    return text("written on a host of the other byte order: byte order mark ", header.byteOrder,
+                ", expected ", byteOrderMark);
   }
   return firstDifference({{"byte order mark", header.byteOrder, byteOrderMark},
                           {"format version", header.version, formatVersion},
@@ -143,7 +157,8 @@ std::string layoutDifference(const EntryLayout& found, const EntryLayout& expect
 
 std::string headerFault(const Header& header, uint64_t fileSize) {
   if (std::string fault = formatFault(header); !fault.empty()) return fault;
-  if (header.typeName.back() != '\0') return "entry type name without an end";
+  if (header.typeName.back() != '\0')
+    return text("entry type name without an end, expected at most ", maxTypeName, " bytes");
   const EntryLayout layout = layoutOf(header);
   if (std::string fault = layoutFault(layout, header.capacity); !fault.empty()) return fault;
 
@@ -162,7 +177,9 @@ std::string headerFault(const Header& header, uint64_t fileSize) {
                        {"ring stride", header.ringStride, expected.ringStride},
                        {"file size in the header", header.fileSize, expected.fileSize},
                        {"file size", fileSize, expected.fileSize}});
-  if (fault.empty() && header.typeName != expected.typeName) fault = "bytes after the type name";
+  if (fault.empty() && header.typeName != expected.typeName) {
+    fault = "bytes after the end of the entry type name, expected zeros";
+  }
   return fault;
 }
 

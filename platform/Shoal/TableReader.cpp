@@ -1,5 +1,6 @@
 #include "platform/Shoal/TableReader.h"
 
+#include <algorithm>
 #include <chrono>
 #include <sstream>
 
@@ -79,7 +80,8 @@ bool TableReader::scanVia(uint32_t from, uint32_t end, IterHint& hint, std::byte
     if (seen != Seen::whole) continue;
     std::memcpy(entry, scratch, table_.plan.entrySize);
     hint.slot = slot;
-    hint.generation = look(table_.header().generation);
+    // 0 is for "no slot yet", also in a table that says so of itself.
+    hint.generation = std::max<uint64_t>(1, look(table_.header().generation));
     hint.keyHash = keyMark(scratch + table_.plan.keyOffset, table_.plan.keySize);
     return true;
   }

@@ -54,6 +54,7 @@ struct NexthopInfo {
   uint16_t vlanId = 0;
   uint8_t reserved3[2] = {};
 
+  static constexpr std::array truths{&NexthopInfo::valid, &NexthopInfo::vlanTagged};
   friend bool operator==(const NexthopInfo&, const NexthopInfo&) = default;
 };
 static_assert(sizeof(NexthopInfo) == 56);
@@ -81,6 +82,7 @@ struct EcmpMemberList {
   P4Runtime::MemberOrGroupId member(MemberIndex index) const { return members[index.value()]; }
   P4Runtime::P4PortId watch(MemberIndex index) const { return watches[index.value()]; }
 
+  static constexpr std::array truths{&EcmpMemberList::valid};
   friend bool operator==(const EcmpMemberList&, const EcmpMemberList&) = default;
 };
 static_assert(sizeof(EcmpMemberList) == 8232);

@@ -5,6 +5,7 @@
 // zero is the empty entry and stands for "no entry".
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <type_traits>
 
@@ -25,6 +26,7 @@ struct IpDestination {
   uint32_t destinationId = 0;
   uint8_t reserved2[4] = {};
 
+  static constexpr std::array truths{&IpDestination::valid};
   friend bool operator==(const IpDestination&, const IpDestination&) = default;
 };
 static_assert(sizeof(IpDestination) == 56);
@@ -54,6 +56,7 @@ struct VrfPrefixDestination {
   int32_t destinationType = 0;
   uint32_t destinationId = 0;
 
+  static constexpr std::array truths{&VrfPrefixDestination::valid};
   friend bool operator==(const VrfPrefixDestination&, const VrfPrefixDestination&) = default;
 };
 static_assert(sizeof(VrfPrefixDestination) == 56);

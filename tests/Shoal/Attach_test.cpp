@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/Shoal/FileDescriptor.h"
+#include "platform/Shoal/Store.h"
 #include "platform/Shoal/TableFormat.h"
 #include "tests/Shoal/TableTest.h"
 
@@ -158,7 +159,7 @@ TEST_F(Refused, EmptyFile) {
 
 TEST_F(Refused, SomethingElse) {
   contentsAre(file_, std::vector<char>(8192, 'x'));
-  expectText("not a shared table");
+  expectText("not a shared table: it begins with 7878787878787878, expected 53484f414c54424c");
 }
 
 TEST_F(Refused, OtherVersion) {
@@ -166,7 +167,17 @@ TEST_F(Refused, OtherVersion) {
 }
 
 TEST_F(Refused, OtherByteOrder) {
-  expectTextAfter([](auto& h) { h.byteOrder = 0x04030201; }, "other byte order");
+  expectTextAfter([](auto& h) { h.byteOrder = 0x04030201; },
+                  "other byte order: byte order mark 67305985, expected 16909060");
+}
+
+TEST_F(Refused, EntryTypeNameThatIsNone) {
+  const Shoal::Header good = header();
+  expectTextAfter([](auto& h) { h.typeName.fill('x'); },
+                  "entry type name without an end, expected at most 127 bytes");
+  headerIs(good);
+  expectTextAfter([](auto& h) { h.typeName[100] = 'x'; },
+                  "bytes after the end of the entry type name, expected zeros");
 }
 
 TEST_F(Refused, TruncatedFile) {
@@ -174,6 +185,17 @@ TEST_F(Refused, TruncatedFile) {
   for (size_t size = whole.size() - 4096; size >= 4096; size -= 4096) {
     contentsAre(file_, {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)});
     expectText("file size " + std::to_string(size) + ", expected " + std::to_string(whole.size()));
+  }
+}
+
+TEST_F(Refused, FileCutShortAnywhere) {
+  const auto whole = contents(file_);
+  for (size_t size = 0; size < whole.size(); size += 64) {
+    std::filesystem::resize_file(file_, size);
+    const std::string text = thrown<AttachException>([&] { reader<Tiny>(root_); });
+    expectPart(
+        text, ": file size " + std::to_string(size) + ", expected " + std::to_string(whole.size()));
+    contentsAre(file_, whole);
   }
 }
 
@@ -412,6 +434,43 @@ TEST(StatusOfATable, IsWhatItsHeaderAndItsFileSay) {
   EXPECT_EQ(status.writerPid, ::getpid());
   EXPECT_GT(status.bytes, 10u * 64);
   EXPECT_LT(status.bytes, 256u << 10);
+}
+
+TEST_F(Refused, OrNotAStatusNeverShowsMoreEntriesThanPlaces) {
+  Shoal::Header changed = header();
+  changed.live = 77;
+  headerIs(changed);
+  EXPECT_EQ(Shoal::tableStatus(root_, tableName).entries, 4u);
+  EXPECT_EQ(reader<Tiny>(root_)->size(), 4u);
+}
+
+TEST(AddressInATable, LeadsToItsNameAsLongAsItIsAttached) {
+  TempRoot root;
+  auto store = std::dynamic_pointer_cast<Shoal::Store>(writer<Tiny>(root, 4));
+  const auto other = writer<Tiny>(root, 4, "other");
+  const std::byte* base = store->view().base;
+  const uint64_t size = store->view().plan.fileSize;
+  EXPECT_STREQ(Shoal::tableAtAddress(base), "a/b/table");
+  EXPECT_STREQ(Shoal::tableAtAddress(base + size - 1), "a/b/table");
+  EXPECT_EQ(Shoal::tableAtAddress(base - 1), nullptr);
+  EXPECT_EQ(Shoal::tableAtAddress(base + size), nullptr);
+  EXPECT_EQ(Shoal::tableAtAddress(&store), nullptr);
+  store.reset();
+  EXPECT_EQ(Shoal::tableAtAddress(base), nullptr);
+}
+
+TEST(AddressInATable, HasAPageBeforeAndBehindItThatNobodyMayTouch) {
+  TempRoot root;
+  const auto store = std::dynamic_pointer_cast<Shoal::Store>(writer<Tiny>(root, 4));
+  const std::byte* base = store->view().base;
+  const std::byte* end = base + store->view().plan.fileSize;
+  for (const volatile std::byte* at : {base - 1, base - 4096, end, end + 4095}) {
+    const int status = endOfChild(startChild([&] {
+      ::signal(SIGSEGV, SIG_DFL);
+      return std::to_integer<int>(*at);
+    }));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV);
+  }
 }
 
 TEST(Snapshot, IsACopyAsOfAttach) {

@@ -148,6 +148,15 @@ TEST_F(TableCheckOf, ATableIsSoundAtEveryMomentOfAWritersWork) {
   EXPECT_EQ(after.faultCount, 0u) << faultsOf(after);
 }
 
+// The number of the next change would be 0, and a loop up to the latest one would not end.
+TEST_F(TableCheckOf, MoreChangesThanAnyTableHasSeenAreAFault) {
+  const TableCheck found =
+      afterDamage([](const Shoal::TableView& table) { table.header().changes = ~uint64_t{0}; });
+  EXPECT_EQ(faultsOf(found),
+            "changes 18446744073709551615, expected at most 4611686018427387904\n");
+  EXPECT_THROW(writer<Route>(root_, 4096), Shoal::AttachException);
+}
+
 TEST_F(TableCheckOf, ManyFaultsAreCountedAndTheFirstAreTold) {
   const TableCheck found = afterDamage([](const Shoal::TableView& table) {
     for (uint32_t slot = 30; slot < 80; ++slot) table.slot(slot).state = 3;

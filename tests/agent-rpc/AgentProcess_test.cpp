@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fstream>
 #include <map>
+#include <set>
 #include <thread>
 
 #include "tests/agent-rpc/Rpc.h"
@@ -256,47 +257,69 @@ TEST(PrintedP4Info, IsTheOneThatIsServed) {
   EXPECT_TRUE(MessageDifferencer::Equals(info, ServingAgent(scratch).p4Info()));
 }
 
-TEST(AgentsEnd, EndsStreamsAndWritesAndLeavesNothingBehind) {
+// Writes members 1, 2 ... of a range until one is not answered with OK.
+struct MemberWriter {
+  static constexpr uint32_t range = 10'000;
+
+  void run(p4::v1::P4Runtime::Stub& stub, const P4Info& info, std::atomic<uint32_t>& accepted) {
+    while (acknowledged + 1 < range) {
+      p4::v1::WriteRequest request = writeAs(1);
+      *insertion(request).mutable_action_profile_member() =
+          member(info, first + acknowledged + 1, 5);
+      Context context;
+      context.set_wait_for_ready(false);  // an agent that has gone is not waited for
+      p4::v1::WriteResponse response;
+      end = stub.Write(&context, request, &response).error_code();
+      if (end != StatusCode::OK) return;
+      ++acknowledged;
+      ++accepted;
+    }
+  }
+
+  uint32_t first;
+  uint32_t acknowledged = 0;
+  StatusCode end = StatusCode::OK;
+};
+
+TEST(AgentsEnd, EndsStreamsAndWritesAndKeepsWhateverItAcknowledged) {
   const E2e::Scratch scratch;
   ServingAgent agent(scratch);
   const P4Info info = agent.p4Info();
   Stream primary(*agent.stub, stating(1)), backup(*agent.stub, unset());
-  std::atomic<int> ok = 0, odd = 0;
-  std::vector<std::thread> writers;
-  for (char id = 1; id <= 4; ++id) {
-    writers.emplace_back([&, id] {
-      p4::v1::WriteRequest request = writeAs(1);
-      *insertion(request).mutable_table_entry() = encap(info, id);
-      for (;;) {
-        grpc::ClientContext context;
-        context.set_deadline(soon());
-        p4::v1::WriteResponse response;
-        const grpc::Status status = agent.stub->Write(&context, request, &response);
-        request.mutable_updates(0)->set_type(p4::v1::Update::MODIFY);
-        if (status.ok()) {
-          ++ok;
-          continue;
-        }
-        // The last one was refused, or its connection went, or the server had stopped before it was
-        // looked at; or the primary had gone before it came.
-        if (status.error_code() != StatusCode::UNAVAILABLE &&
-            status.error_code() != StatusCode::CANCELLED &&
-            status.error_code() != StatusCode::PERMISSION_DENIED) {
-          ++odd;
-        }
-        return;
-      }
-    });
+  std::atomic<uint32_t> accepted = 0;
+  std::vector<MemberWriter> writers;
+  for (uint32_t i = 0; i < 4; ++i) writers.push_back({.first = i * MemberWriter::range});
+  std::vector<std::thread> threads;
+  for (MemberWriter& writer : writers) {
+    threads.emplace_back([&] { writer.run(*agent.stub, info, accepted); });
   }
-  while (ok < 20) std::this_thread::yield();
+  while (accepted < 20) std::this_thread::yield();
   agent.process.signal(SIGTERM);
   const auto ended = agent.process.wait();
-  for (auto& writer : writers) writer.join();
+  for (auto& thread : threads) thread.join();
   EXPECT_EQ(ended.status, 0) << ended.err;
-  EXPECT_EQ(odd, 0);
   EXPECT_EQ(primary.end().error_code(), StatusCode::UNAVAILABLE);
   EXPECT_EQ(backup.end().error_code(), StatusCode::UNAVAILABLE);
   EXPECT_FALSE(fs::exists(runDirectory(scratch) / "p4runtime.addr"));
+
+  std::set<uint32_t> kept;
+  for (const auto& row : E2e::shownRows(scratch.root(), "VaneEcmpMember")) {
+    kept.insert(row.at("id").get<uint32_t>());
+  }
+  size_t expected = 0;
+  for (const MemberWriter& writer : writers) {
+    // Refused, or its connection went; or the server had stopped before it looked at the write; or
+    // the primary had gone before the write came.
+    EXPECT_TRUE(writer.end == StatusCode::UNAVAILABLE || writer.end == StatusCode::CANCELLED ||
+                writer.end == StatusCode::PERMISSION_DENIED)
+        << writer.end;
+    for (uint32_t n = 1; n <= writer.acknowledged; ++n) {
+      ASSERT_TRUE(kept.contains(writer.first + n)) << writer.first + n;
+    }
+    // The write that had no answer may have been done.
+    expected += writer.acknowledged + kept.count(writer.first + writer.acknowledged + 1);
+  }
+  EXPECT_EQ(kept.size(), expected);
 }
 
 TEST(AgentsListening, IsLeftOutWithOnceAndWithNone) {

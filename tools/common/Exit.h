@@ -61,4 +61,9 @@ int runTool(std::string_view tool, const std::function<void()>& work);
 // `tool` must outlive the process's work. requires: called once.
 void endAfter(double seconds, const char* tool);
 
+// Ends the process with `corrupt` and a line on standard error when it touches mapped memory whose
+// file has been cut short, and `nameAt` knows the name of the memory at an address; it is called in
+// a signal handler. `tool` must outlive the process's work. requires: called once.
+void endWhenCutShort(const char* tool, const char* (*nameAt)(const void* address));
+
 }  // namespace Tools

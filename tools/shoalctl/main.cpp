@@ -28,5 +28,6 @@ void run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Tools::endWhenCutShort("shoalctl", Shoal::tableAtAddress);
   return Tools::runTool("shoalctl", [&] { run(argc, argv); });
 }

@@ -56,7 +56,6 @@ class RowTarget final : public Target {
                           LoopGate::Deadline deadline) override;
   grpc::Status pipeline(const p4::v1::GetForwardingPipelineConfigRequest& request,
                         p4::v1::GetForwardingPipelineConfigResponse& response) override;
-  bool hasPipeline() const override { return current() != nullptr; }
 
   const Roles& roles() const { return roles_; }
   // From any thread.

@@ -37,8 +37,6 @@ class Target {
                                   LoopGate::Deadline deadline) = 0;
   virtual grpc::Status pipeline(const p4::v1::GetForwardingPipelineConfigRequest& request,
                                 p4::v1::GetForwardingPipelineConfigResponse& response) = 0;
-  // Whether reads and writes have a P4Info to go by.
-  virtual bool hasPipeline() const = 0;
 };
 
 }  // namespace Agent::P4

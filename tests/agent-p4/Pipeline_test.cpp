@@ -58,7 +58,6 @@ class Pipeline : public testing::Test {
 };
 
 TEST_F(Pipeline, IsTheAgentsOwnFromTheStart) {
-  EXPECT_TRUE(at.target().hasPipeline());
   EXPECT_EQ(get().p4info().DebugString(), own().DebugString());
   EXPECT_FALSE(get().has_cookie());
 }
@@ -526,14 +525,12 @@ class NoPipeline : public Pipeline {
 };
 
 TEST_F(NoPipeline, RefusesReadsAndWritesUntilOneIsPushed) {
-  EXPECT_FALSE(at.target().hasPipeline());
   EXPECT_EQ(get().DebugString(), "");
   EXPECT_EQ(at.write({insert(member(1))}).refused.error_code(), StatusCode::FAILED_PRECONDITION);
   p4::v1::ReadRequest request;
   *request.add_entities() = allMembers();
   EXPECT_EQ(at.read(request).refused.error_code(), StatusCode::FAILED_PRECONDITION);
   ASSERT_TRUE(set(Set::VERIFY_AND_SAVE, own()).ok());
-  EXPECT_TRUE(at.target().hasPipeline());
   EXPECT_EQ(at.code(insert(member(1))), 0);
 }
 

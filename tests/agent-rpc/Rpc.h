@@ -56,7 +56,6 @@ class FakeTarget : public Agent::P4::Target {
     *response.mutable_config() = config;
     return grpc::Status::OK;
   }
-  bool hasPipeline() const override { return isReady; }
 
  private:
   static WriteResult withoutPipeline() {

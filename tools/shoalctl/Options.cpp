@@ -5,14 +5,13 @@
 #include <utility>
 
 #include "platform/Shoal/SharedTable.h"
+#include "tools/common/TableCommands.h"
 #include "tools/shoalctl/Commands.h"
 
 namespace ShoalCtl {
 namespace {
 
 using Tools::Words;
-
-const Words tableNames = Words::from("shoalctl tables --format plain --no-headings --columns name");
 
 // A number in the range of its type, read strictly: CLI11 takes "-1" for a large unsigned one.
 template <std::integral T>
@@ -27,10 +26,9 @@ void addNumber(CLI::App& app, const char* name, std::optional<T>& to, const char
   app.add_option(name, parse, says)->type_name("N");
 }
 
-// Declares the commands, and remembers which function serves each.
-class Declaration {
+class Declaration : public Tools::TableCommands<Options> {
  public:
-  Declaration(Tools::CommandLine& line, Options& options) : line_(line), options_(options) {
+  Declaration(Tools::CommandLine& line, Options& options) : TableCommands(line, options) {
     options_.root = Shoal::defaultRoot();
     CLI::Option* root = line_.app()
                             .add_option("--root", options_.root, "Directory of the shared tables")
@@ -43,32 +41,7 @@ class Declaration {
     check();
   }
 
-  Command chosen() const {
-    for (const auto& [app, command] : commands_) {
-      if (*app) return command;
-    }
-    return nullptr;
-  }
-
  private:
-  CLI::App& add(const char* name, const char* says, Command command,
-                std::vector<Tools::Example> examples = {}) {
-    CLI::App& app = line_.command(name, says, std::move(examples));
-    commands_.emplace_back(&app, command);
-    return app;
-  }
-  void addTable(CLI::App& app) {
-    line_.complete(app.add_option("TABLE", options_.table,
-                                  "A name as in the row database, a path, or the last part of one")
-                       ->required(),
-                   tableNames);
-  }
-  CLI::Option* addTables(CLI::App& app) {
-    CLI::Option* option = app.add_option("TABLE", options_.tables, "Tables; without any, all");
-    line_.complete(option, tableNames);
-    return option;
-  }
-
   void tables() {
     add("tables", "What each table is, and how full", &listTables);
     add("summary", "What the entries of each table are, counted", &summarize);
@@ -131,10 +104,6 @@ class Declaration {
     addTables(add("dump", "Every row, as p4rt-agent --load reads it", &dumpTables,
                   {{"shoalctl dump | p4rt-agent --load - --shoal-root DIR", "a copy"}}));
   }
-
-  Tools::CommandLine& line_;
-  Options& options_;
-  std::vector<std::pair<CLI::App*, Command>> commands_;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "tools/common/TableCommands.h"
 #include "tools/vanectl/Client.h"
 #include "tools/vanectl/Commands.h"
 
@@ -10,12 +11,9 @@ namespace {
 
 using Tools::Words;
 
-const Words tableNames = Words::from("vanectl tables --format plain --no-headings --columns name");
-
-// Declares the commands, and remembers which function serves each.
-class Declaration {
+class Declaration : public Tools::TableCommands<Options> {
  public:
-  Declaration(Tools::CommandLine& line, Options& options) : line_(line), options_(options) {
+  Declaration(Tools::CommandLine& line, Options& options) : TableCommands(line, options) {
     options_.socket = defaultSocket();
     CLI::Option* socket =
         line_.app()
@@ -29,30 +27,7 @@ class Declaration {
     running();
   }
 
-  Command chosen() const {
-    for (const auto& [app, command] : commands_) {
-      if (*app) return command;
-    }
-    return nullptr;
-  }
-
  private:
-  CLI::App& add(const char* name, const char* says, Command command,
-                std::vector<Tools::Example> examples = {}) {
-    CLI::App& app = line_.command(name, says, std::move(examples));
-    commands_.emplace_back(&app, command);
-    return app;
-  }
-  void addTable(CLI::App& app) {
-    line_.complete(app.add_option("TABLE", options_.table,
-                                  "A name as in the row database, a path, or the last part of one")
-                       ->required(),
-                   tableNames);
-  }
-  void addTables(CLI::App& app) {
-    line_.complete(app.add_option("TABLE", options_.tables, "Tables; without any, all"),
-                   tableNames);
-  }
   void addKey(CLI::App& app) {
     app.add_option("KEY", options_.key,
                    "The values of the key columns with commas between them, or a JSON object")
@@ -129,10 +104,6 @@ class Declaration {
                     "error, warning, info or debug; without one it is only told")
         ->check(CLI::IsMember(std::vector<std::string>{"error", "warning", "info", "debug"}));
   }
-
-  Tools::CommandLine& line_;
-  Options& options_;
-  std::vector<std::pair<CLI::App*, Command>> commands_;
 };
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/CommandLine.h"
 #include "tools/common/Output.h"
+#include "tools/common/TableCommands.h"
 
 namespace VaneCtl {
 
@@ -30,7 +30,7 @@ struct Options {
 };
 
 // A command: writes what was asked for. Throws Failure.
-using Command = void (*)(const Options& options, Tools::Output& out);
+using Command = Tools::TableCommands<Options>::Command;
 
 // The command that the line asks for, and its options; null if there is nothing left to do.
 Command parseOptions(Tools::CommandLine& line, Options& options, int argc, char** argv);

@@ -67,9 +67,8 @@ FileDescriptor createTable(const TableFile& place, const EntryLayout& layout, ui
   if (const std::string fault = layoutFault(layout, capacity); !fault.empty()) place.refuse(fault);
   const Plan plan(layout.entrySize, layout.keyOffset, layout.keySize,
                   static_cast<uint32_t>(capacity));
-  return place.create(plan.fileSize, [&](int file) {
-    Memory memory(FileDescriptor(::fcntl(file, F_DUPFD_CLOEXEC, 0)), plan.fileSize, true,
-                  place.name());
+  return place.create(plan.fileSize, [&](FileDescriptor file) {
+    Memory memory(std::move(file), plan.fileSize, true, place.name());
     format(memory, layout, plan);
   });
 }

@@ -169,7 +169,8 @@ std::optional<FileDescriptor> TableFile::open(Access access) const {
   return writable;
 }
 
-FileDescriptor TableFile::create(uint64_t size, const std::function<void(int)>& fill) const {
+FileDescriptor TableFile::create(uint64_t size,
+                                 const std::function<void(FileDescriptor)>& fill) const {
   needFileSize(name_, size);
   ::unlinkat(directory_.get(), temporary_.c_str(), 0);  // of a creator that was killed
   crashPoint<"create: no leftover">();
@@ -180,7 +181,9 @@ FileDescriptor TableFile::create(uint64_t size, const std::function<void(int)>& 
   try {
     if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) refuseErrno("size the file");
     crashPoint<"create: file sized">();
-    fill(file.get());
+    FileDescriptor copy(::fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
+    if (!copy) refuseErrno("open the file " + temporary_ + " once more");
+    fill(std::move(copy));
     if (::renameat(directory_.get(), temporary_.c_str(), directory_.get(), file_.c_str()) != 0) {
       refuseErrno("name the file");
     }

@@ -42,7 +42,7 @@ class TableFile {
   std::optional<FileDescriptor> open(Access access) const;
   // Makes the file, lets `fill` write it, and only then gives it its name. requires: lock() is
   // held.
-  FileDescriptor create(uint64_t size, const std::function<void(int)>& fill) const;
+  FileDescriptor create(uint64_t size, const std::function<void(FileDescriptor)>& fill) const;
   void remove() const;
 
   // The header, or none if the file is shorter than one.

@@ -282,10 +282,11 @@ void TableWriter::repair() {
   }
   memory_.claim(plan.ringOffset, uint64_t{header().ringClaimed} * plan.ringStride);
   crashPoint<"repair: memory claimed again">();
-  ensureChange();
 
+  // A table without an unfinished operation needs no more memory than it has.
   const OperationRecord& operation = header().operation;
   if (operation.kind == OperationRecord::none) return;
+  ensureChange();
   ensureSlot(operation.slot);
   crashPoint<"repair: an operation to finish">();
   if (operation.kind == OperationRecord::insert) repairInsert(operation.slot);

@@ -1,16 +1,14 @@
 // Random writes, good and bad, against a model that is a map of entities: every code is the
 // model's, what is read is what the model holds, and the tables hold no more than that: as the
-// agent sees them, and as another attachment to the shared memory does. Among the writes come those
-// of others, restarts and pipelines.
+// agent sees them, and as another process finds them in shared memory. Among the writes come those
+// of others, restarts and pipelines, saved ones too.
 #include <algorithm>
 #include <map>
 #include <random>
-#include <span>
+#include <set>
 
-#include "platform/Shoal/SharedTable.h"
-#include "platform/State/EcmpTypes.h"
-#include "platform/State/RoutingTypes.h"
 #include "tests/agent-p4/Switch.h"
+#include "tests/e2e/Programs.h"
 
 namespace P4Test {
 namespace {
@@ -37,11 +35,12 @@ class Model {
     const Entity& entity = update.entity();
     const std::string key = keyOf(entity);
     const auto found = entities.find(key);
-    if (update.type() == Update::INSERT && found != entities.end()) return 6;
+    if (update.type() == Update::INSERT && found != entities.end() && !old.contains(key)) return 6;
     if (update.type() != Update::INSERT && found == entities.end()) return 5;
     if (update.type() == Update::DELETE) {
       if (uses(key) != 0) return 9;
       entities.erase(found);
+      old.erase(key);
       return 0;
     }
     for (const std::string& reference : referencesOf(entity)) {
@@ -49,7 +48,23 @@ class Model {
     }
     if (isMixed(entity, key)) return 3;
     entities[key] = entity;
+    old.erase(key);
     return 0;
+  }
+
+  // A pipeline has been saved: what is there goes when it is committed, unless it is written anew.
+  void save() {
+    for (const auto& [key, entity] : entities) old.insert(key);
+  }
+  // Routes first, then what only they referred to.
+  void commit() {
+    for (const char kind : {'t', 'g', 'm'}) {
+      for (const std::string& key : std::set<std::string>(old)) {
+        if (key[0] != kind || uses(key) != 0) continue;
+        entities.erase(key);
+      }
+    }
+    old.clear();
   }
 
   // Rows that there have to be in all tables.
@@ -68,6 +83,7 @@ class Model {
   }
 
   std::map<std::string, Entity> entities;
+  std::set<std::string> old;  // keys of those that were there when a pipeline was saved
 
  private:
   static const p4::v1::ActionProfileActionSet& setOf(const Entity& entity) {
@@ -104,7 +120,8 @@ class Model {
   bool isMixed(const Entity& entity, const std::string& key) const {
     if (!isRoute(entity)) return false;
     return std::ranges::any_of(entities, [&](const auto& each) {
-      return each.first != key && isRoute(each.second) && isSet(each.second) != isSet(entity);
+      return each.first != key && !old.contains(each.first) && isRoute(each.second) &&
+             isSet(each.second) != isSet(entity);
     });
   }
 };
@@ -222,57 +239,57 @@ class RandomWrites : public testing::TestWithParam<uint32_t> {
     ASSERT_EQ(rows, model.rows());
   }
 
-  // The entries of a shared table, through an attachment of our own.
-  template <class Traits>
-  std::vector<typename Traits::Entry> shared(const std::string& table) {
-    const auto store = Shoal::attachReader(at.root(), std::string(Agent::tableInfo(table)->path));
-    std::vector<typename Traits::Entry> found;
-    typename Traits::Entry entry{};
-    Shoal::IterHint hint;
-    const auto to = std::as_writable_bytes(std::span(&entry, 1));
-    const auto key = std::as_bytes(std::span(&(entry.*Traits::key), 1));
-    for (bool more = store->first(hint, to); more; more = store->next(key, hint, to)) {
-      found.push_back(entry);
-    }
-    return found;
-  }
   // A number of a byte string.
   static uint32_t number(const std::string& bytes) {
     uint32_t made = 0;
     for (const char byte : bytes) made = made << 8 | static_cast<uint8_t>(byte);
     return made;
   }
-  // What the shared tables say of an entity in short: "<table> <where it points, or a value>".
+  // What a process beside the agent says of each entity, in short: "<table> <key> <what it is>".
   void expectSharedMemory() {
     using Texts = std::multiset<std::string>;
-    const auto pointing = [](const std::string& key, int32_t type, uint32_t id) {
-      return key + (id >= 0x80000000 ? " set" : fmt::format(" {} {}", type, id));
+    const auto rowsOf = [&](const Agent::P4::Role* role) {
+      return E2e::shownRows(at.root().string(), std::string(role->rowTable));
+    };
+    const auto pointing = [](const std::string& key, const E2e::Json& row) {
+      const uint32_t id = row.at("destinationId");
+      return key + (id >= 0x80000000 ? " set"
+                                     : fmt::format(" {} {}", row.at("destinationType").dump(), id));
     };
     Texts found;
     for (const uint32_t id : {override4, fallback4, override6, fallback6}) {
-      const auto* role = at.target().roles().table(id);
-      for (const auto& each : shared<P4RuntimeRouting::IpDestinationTableTraits>(role->rowTable)) {
-        found.insert(pointing(fmt::format("{} {}", id, each.destinationPrefix.text()),
-                              each.destinationType, each.destinationId));
+      for (const auto& row : rowsOf(at.target().roles().table(id))) {
+        found.insert(
+            pointing(fmt::format("{} {}", id, std::string(row.at("destinationPrefix"))), row));
       }
     }
     for (const uint32_t id : {vrf4, vrf6}) {
-      const auto* role = at.target().roles().table(id);
-      for (const auto& each : shared<P4RuntimeRouting::IpVrfPrefixTableTraits>(role->rowTable)) {
-        found.insert(pointing(fmt::format("{} {} {}", id, each.key.vrfId, each.key.prefix.text()),
-                              each.destinationType, each.destinationId));
+      for (const auto& row : rowsOf(at.target().roles().table(id))) {
+        found.insert(pointing(
+            fmt::format("{} {} {}", id, row.at("vrfId").dump(), std::string(row.at("prefix"))),
+            row));
       }
     }
     for (const uint32_t id : {encap4, encap6}) {
-      const auto* role = at.target().roles().table(id);
-      for (const auto& each :
-           shared<NexthopGroup::L2NexthopGroupEncapTableTraits>(role->rowTable)) {
-        found.insert(fmt::format("{} {} {}", id, each.encapId, each.encapType));
+      for (const auto& row : rowsOf(at.target().roles().table(id))) {
+        found.insert(
+            fmt::format("{} {} {}", id, row.at("encapId").dump(), row.at("encapType").dump()));
       }
+    }
+    // Those of one-shot sets have ids of the agent's own.
+    for (const auto& row : rowsOf(&at.target().roles().member())) {
+      if (row.at("id") < 0x80000000) found.insert("m" + row.at("id").dump());
+    }
+    for (const auto& row : rowsOf(&at.target().roles().group())) {
+      if (row.at("id") >= 0x80000000) continue;
+      found.insert(fmt::format("g{} {} {}", row.at("id").dump(), row.at("members").dump(),
+                               row.at("watchPorts").dump()));
     }
     Texts expected;
     for (const auto& [key, entity] : model.entities) {
-      if (entity.has_table_entry()) expected.insert(inShort(entity.table_entry()));
+      expected.insert(entity.has_table_entry()            ? inShort(entity.table_entry())
+                      : entity.has_action_profile_group() ? inShort(entity.action_profile_group())
+                                                          : key);
     }
     EXPECT_EQ(found, expected);
   }
@@ -301,6 +318,18 @@ class RandomWrites : public testing::TestWithParam<uint32_t> {
                        : fmt::format(" 2 {}", action.action_profile_group_id()));
   }
 
+  // A member of weight w stands w times in a row.
+  static std::string inShort(const p4::v1::ActionProfileGroup& group) {
+    E2e::Json members = E2e::Json::array(), ports = E2e::Json::array();
+    for (const auto& each : group.members()) {
+      for (int i = 0; i < each.weight(); ++i) {
+        members.push_back(each.member_id());
+        ports.push_back(number(each.watch_port()));
+      }
+    }
+    return fmt::format("g{} {} {}", group.group_id(), members.dump(), ports.dump());
+  }
+
   // Somebody else writes a route; never over a set, whose rows would stay.
   void writeForeign() {
     const auto second = static_cast<uint8_t>(random.below(5));
@@ -308,23 +337,34 @@ class RandomWrites : public testing::TestWithParam<uint32_t> {
     Entity& there = model.entities[keyOf(route)];
     if (there.table_entry().action().has_action_profile_action_set()) return;
     there = route;
+    if (isSaved) model.old.insert(keyOf(route));
     at.writeRow("VaneIpv4Override",
                 {uint64_t{random.below(9)}, uint64_t{random.below(99)}, true, uint32_t{0},
                  *Wire::IpGenPrefix::parse(fmt::format("10.{}.0.0/16", second)), int32_t{1},
                  route.table_entry().action().action_profile_member_id()});
   }
   void changePipeline() {
-    p4::v1::SetForwardingPipelineConfigRequest request;
-    const bool clears = random.oneIn(2);
-    request.set_action(clears ? request.VERIFY_AND_COMMIT : request.RECONCILE_AND_COMMIT);
-    *request.mutable_config()->mutable_p4info() = makeP4Info(at.target().roles());
+    using Request = p4::v1::SetForwardingPipelineConfigRequest;
+    Request request;
+    if (isSaved) {
+      request.set_action(Request::COMMIT);
+      model.commit();
+    } else {
+      static constexpr Request::Action actions[] = {
+          Request::VERIFY_AND_COMMIT, Request::RECONCILE_AND_COMMIT, Request::VERIFY_AND_SAVE};
+      request.set_action(actions[random.below(3)]);
+      *request.mutable_config()->mutable_p4info() = makeP4Info(at.target().roles());
+      if (request.action() == Request::VERIFY_AND_COMMIT) model.entities.clear();
+      if (request.action() == Request::VERIFY_AND_SAVE) model.save();
+    }
+    isSaved = request.action() == Request::VERIFY_AND_SAVE;
     const auto status = at.pipelineIs(request);
     EXPECT_TRUE(status.ok()) << status.error_message();
-    if (clears) model.entities.clear();
   }
 
   Switch at{{.capacity = 256}};
   Model model;
+  bool isSaved = false;  // a pipeline that is not committed yet
   Random random{GetParam()};
 };
 
@@ -361,10 +401,15 @@ TEST_P(RandomWrites, LeaveModelAndTablesAgreeing) {
     if (!allOrNothing || !failed) model = next;
     ASSERT_NO_FATAL_FAILURE(expectAgreement()) << "seed " << GetParam() << ", round " << round;
     if (random.oneIn(10)) writeForeign();
-    if (random.oneIn(30)) changePipeline();
+    if (random.oneIn(isSaved ? 5 : 20)) {
+      changePipeline();
+      ASSERT_NO_FATAL_FAILURE(expectAgreement()) << "after a pipeline";
+    }
     if (random.oneIn(40)) {
       at.restart();
       model.forgetMetadata();
+      model.old.clear();
+      isSaved = false;  // which no agent but the last knew
       ASSERT_NO_FATAL_FAILURE(expectAgreement()) << "after a restart";
     }
   }

@@ -22,6 +22,31 @@ namespace {
 constexpr mode_t directoryMode = 0750;
 constexpr mode_t fileMode = 0640;
 constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int openFlags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+// The mode of what was just made, whatever the process's umask has left of it. A directory keeps
+// the bit that hands its group on.
+void modeIs(int file, mode_t mode) {
+  struct stat status;
+  if (::fstat(file, &status) == 0) ::fchmod(file, mode | (status.st_mode & S_ISGID));
+}
+
+const char* kindOfFile(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFREG:
+      return "a regular file";
+    case S_IFDIR:
+      return "a directory";
+    case S_IFLNK:
+      return "a symbolic link";
+    case S_IFIFO:
+      return "a named pipe";
+    case S_IFSOCK:
+      return "a socket";
+    default:
+      return "a device";
+  }
+}
 
 struct flock wholeFile(short type) {
   struct flock lock {};
@@ -65,6 +90,7 @@ std::vector<std::string> tablePathParts(const std::string& tablePath) {
 
 TableFile::TableFile(const std::filesystem::path& root, const std::string& tablePath, Access access)
     : name_(tablePath), path_(tableFile(root, tablePath)) {
+  if (access == Access::write) owner_ = ::geteuid();
   openDirectory(root, access);
   const std::string last = tablePathParts(tablePath).back();
   file_ = last + ".shoal";
@@ -76,9 +102,15 @@ void TableFile::openDirectory(const std::filesystem::path& root, Access access) 
   const std::filesystem::path whole = std::filesystem::absolute(root).lexically_normal();
   // "/a/b/" has an empty last part.
   const std::filesystem::path top = whole.has_filename() ? whole : whole.parent_path();
-  const FileDescriptor parent(
-      ::open(top.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!parent) refuseErrno("open the directory " + top.parent_path().string());
+  const std::string parentName = top.parent_path().string();
+  const FileDescriptor parent(::open(parentName.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!parent) refuseErrno("open the directory " + parentName);
+  struct stat status;
+  if (::fstat(parent.get(), &status) != 0) refuseErrno("look at the directory " + parentName);
+  if ((status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0) {
+    refuse("the directory " + parentName + " is open to all writers and not sticky, expected one " +
+           "in which nobody else can exchange " + top.filename().string());
+  }
   directory_ = top.has_filename() ? openPart(parent.get(), top.filename(), access)
                                   : openPart(parent.get(), ".", access);
   std::vector<std::string> parts = tablePathParts(name_);
@@ -86,45 +118,91 @@ void TableFile::openDirectory(const std::filesystem::path& root, Access access) 
   for (const std::string& part : parts) directory_ = openPart(directory_.get(), part, access);
 }
 
-FileDescriptor TableFile::openPart(int parent, const std::string& part, Access access) const {
+FileDescriptor TableFile::openPart(int parent, const std::string& part, Access access) {
   FileDescriptor directory(::openat(parent, part.c_str(), directoryFlags));
   if (!directory && errno == ENOENT && access == Access::write) {
-    if (::mkdirat(parent, part.c_str(), directoryMode) != 0 && errno != EEXIST) {
-      refuseErrno("make the directory " + part);
-    }
+    const bool made = ::mkdirat(parent, part.c_str(), directoryMode) == 0;
+    if (!made && errno != EEXIST) refuseErrno("make the directory " + part);
     crashPoint<"attach: directory made">();
     directory = FileDescriptor(::openat(parent, part.c_str(), directoryFlags));
+    if (made && directory) modeIs(directory.get(), directoryMode);
+  }
+  struct stat status;
+  if (!directory && (errno == ENOTDIR || errno == ELOOP) &&
+      ::fstatat(parent, part.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    refuse("the directory " + part + " is " + kindOfFile(status.st_mode));
   }
   if (!directory) refuseErrno("open the directory " + part);
-  struct stat status;
   if (::fstat(directory.get(), &status) != 0) refuseErrno("look at the directory " + part);
-  if ((status.st_mode & S_IWOTH) != 0) refuse("the directory " + part + " is open to all writers");
-  if (access == Access::write) checkOwner(directory.get(), "directory");
+  if (!owner_) owner_ = status.st_uid;
+  checkRights(status, "the directory " + part);
   return directory;
 }
 
-void TableFile::checkOwner(int file, const char* kind) const {
-  struct stat status;
-  if (::fstat(file, &status) != 0) refuseErrno(std::string("look at the ") + kind);
-  if (status.st_uid == ::geteuid()) return;
+void TableFile::checkRights(const struct stat& status, const std::string& what) const {
+  if ((status.st_mode & S_IWOTH) != 0) refuse(what + " is open to all writers, expected its owner");
+  if ((status.st_mode & S_IWGRP) != 0) {
+    refuse(what + " is open to the writers of its group, expected its owner");
+  }
+  if (status.st_uid == owner_) return;
   std::ostringstream text;
-  text << "its " << kind << " belongs to user " << status.st_uid << ", expected " << ::geteuid();
+  text << what << " belongs to user " << status.st_uid << ", expected " << *owner_;
   refuse(text.str());
 }
 
-void TableFile::checkPlainFile(const FileDescriptor& file) const {
-  struct stat status;
-  if (::fstat(file.get(), &status) != 0) refuseErrno("look at the file");
-  if (!S_ISREG(status.st_mode)) refuse("not a regular file");
-  if (status.st_nlink > 1) refuse("the file has another name");
-  if ((status.st_mode & S_IWOTH) != 0) refuse("the file is open to all writers");
+void TableFile::checkPlain(const struct stat& status, const std::string& name) const {
+  const std::string what = "the file " + name;
+  if (!S_ISREG(status.st_mode)) {
+    refuse(what + " is " + kindOfFile(status.st_mode) + ", expected a regular file");
+  }
+  if (status.st_nlink > 1) {
+    refuse(what + " has " + std::to_string(status.st_nlink) + " names, expected one");
+  }
+  checkRights(status, what);
+}
+
+// Looked at before it is opened, because opening some kinds of files does something to them; and
+// then once more. A file that was exchanged in between, as a table that is made anew, is looked at
+// again.
+std::optional<FileDescriptor> TableFile::openPlain(const std::string& name, int flags) const {
+  for (int tries = 0; tries < 10; ++tries) {
+    struct stat before, now;
+    if (::fstatat(directory_.get(), name.c_str(), &before, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) return std::nullopt;
+      refuseErrno("look at the file " + name);
+    }
+    checkPlain(before, name);
+    FileDescriptor file(::openat(directory_.get(), name.c_str(), flags | openFlags));
+    if (!file && errno != ENOENT && errno != ELOOP) refuseErrno("open the file " + name);
+    if (!file) continue;
+    if (::fstat(file.get(), &now) != 0) refuseErrno("look at the file " + name);
+    if (now.st_dev == before.st_dev && now.st_ino == before.st_ino) {
+      checkPlain(now, name);
+      return file;
+    }
+  }
+  refuse("the file " + name + " is exchanged again and again");
+}
+
+// Empty if something has the name already.
+FileDescriptor TableFile::makePlain(const std::string& name) const {
+  FileDescriptor file(
+      ::openat(directory_.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | openFlags, fileMode));
+  if (!file && errno != EEXIST) refuseErrno("make the file " + name);
+  if (file) modeIs(file.get(), fileMode);
+  return file;
+}
+
+FileDescriptor TableFile::openLock() const {
+  for (int tries = 0; tries < 10; ++tries) {
+    if (auto file = openPlain(lockFile_, O_RDWR)) return std::move(*file);
+    if (auto file = makePlain(lockFile_)) return file;
+  }
+  refuse("the file " + lockFile_ + " comes and goes");
 }
 
 FileDescriptor TableFile::lock() const {
-  FileDescriptor file(::openat(directory_.get(), lockFile_.c_str(),
-                               O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, fileMode));
-  if (!file) refuseErrno("open the lock file " + lockFile_);
-  checkPlainFile(file);
+  FileDescriptor file = openLock();
   struct flock lock = wholeFile(F_WRLCK);
   if (::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) {
     crashPoint<"attach: lock taken">();
@@ -156,27 +234,24 @@ void TableFile::refuseHolder() const {
 }
 
 std::optional<FileDescriptor> TableFile::open(Access access) const {
-  const int flags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  FileDescriptor file(::openat(directory_.get(), file_.c_str(), O_RDONLY | flags));
-  if (!file && errno == ENOENT) return std::nullopt;
-  if (!file) refuseErrno("open the file");
-  checkPlainFile(file);
-  if (access == Access::read) return file;
-  checkOwner(file.get(), "file");
-  FileDescriptor writable(::openat(directory_.get(), file_.c_str(), O_RDWR | flags));
-  if (!writable) refuseErrno("open the file for writing");
-  checkPlainFile(writable);
-  return writable;
+  return openPlain(file_, access == Access::read ? O_RDONLY : O_RDWR);
+}
+
+// What a creator left behind that was killed. Anything else in its place stays where it is.
+void TableFile::removeLeftover() const {
+  struct stat status;
+  if (::fstatat(directory_.get(), temporary_.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  checkPlain(status, temporary_);
+  ::unlinkat(directory_.get(), temporary_.c_str(), 0);
 }
 
 FileDescriptor TableFile::create(uint64_t size,
                                  const std::function<void(FileDescriptor)>& fill) const {
   needFileSize(name_, size);
-  ::unlinkat(directory_.get(), temporary_.c_str(), 0);  // of a creator that was killed
+  removeLeftover();
   crashPoint<"create: no leftover">();
-  FileDescriptor file(::openat(directory_.get(), temporary_.c_str(),
-                               O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
-  if (!file) refuseErrno("make the file " + temporary_);
+  FileDescriptor file = makePlain(temporary_);
+  if (!file) refuse("the file " + temporary_ + " is in the way");
   crashPoint<"create: file made">();
   try {
     if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) refuseErrno("size the file");
@@ -184,7 +259,9 @@ FileDescriptor TableFile::create(uint64_t size,
     FileDescriptor copy(::fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
     if (!copy) refuseErrno("open the file " + temporary_ + " once more");
     fill(std::move(copy));
-    if (::renameat(directory_.get(), temporary_.c_str(), directory_.get(), file_.c_str()) != 0) {
+    // Nothing that has come to stand there meanwhile is replaced.
+    if (::renameat2(directory_.get(), temporary_.c_str(), directory_.get(), file_.c_str(),
+                    RENAME_NOREPLACE) != 0) {
       refuseErrno("name the file");
     }
     crashPoint<"create: file named">();

@@ -4,9 +4,14 @@
 // lock the writer holds. The kernel drops the lock with its holder; the file itself stays for ever,
 // because whoever removed it would let a second writer lock another one.
 //
-// Directories are opened part by part and files by their directory; a symbolic link on the way, or
-// anything but a plain file of one name at the end, is refused without being opened for writing.
+// Directories are opened part by part and files by their directory. Everything from the root on
+// belongs to one user, who alone may write it: for the writer that is its own. A symbolic link on
+// the way, anything but a plain file of one name at the end, another owner, or rights to write for
+// others are refused before anything is opened for writing, made or removed; and the directory in
+// which the root stands must not let others exchange it.
 #pragma once
+
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -54,15 +59,21 @@ class TableFile {
 
  private:
   void openDirectory(const std::filesystem::path& root, Access access);
-  FileDescriptor openPart(int parent, const std::string& part, Access access) const;
-  void checkOwner(int file, const char* kind) const;
-  void checkPlainFile(const FileDescriptor& file) const;
+  FileDescriptor openPart(int parent, const std::string& part, Access access);
+  // Opens what is there under the name in the directory, if it is a plain file that is ours to use.
+  std::optional<FileDescriptor> openPlain(const std::string& name, int flags) const;
+  FileDescriptor makePlain(const std::string& name) const;
+  FileDescriptor openLock() const;
+  void removeLeftover() const;
+  void checkRights(const struct stat& status, const std::string& what) const;
+  void checkPlain(const struct stat& status, const std::string& name) const;
   [[noreturn]] void refuseHolder() const;
   [[noreturn]] void refuseErrno(const std::string& attempted) const;
 
   std::string name_;  // the table path
   std::filesystem::path path_;
   FileDescriptor directory_;
+  std::optional<uint32_t> owner_;  // of everything; known when the first part has been opened
   std::string file_, lockFile_, temporary_;  // names within the directory
 };
 

@@ -16,14 +16,19 @@ typename Entry::Key keyAt(size_t place) {
   return keys[place];
 }
 
+// The entry is made beforehand: it is the setting that is to be interrupted.
+template <class Entry>
+auto setting(const Entry& entry) {
+  return [=](Shoal::TableStore& table) { put(table, entry); };
+}
 template <class Entry>
 auto setting(size_t place, uint32_t version) {
-  return [=](Shoal::TableStore& table) { put(table, Entry::make(keyAt<Entry>(place), version)); };
+  return setting(Entry::make(keyAt<Entry>(place), version));
 }
 
 template <class Entry>
 auto erasing(size_t place) {
-  return [=](Shoal::TableStore& table) { table.erase(bytesOf(keyAt<Entry>(place))); };
+  return [key = keyAt<Entry>(place)](Shoal::TableStore& table) { table.erase(bytesOf(key)); };
 }
 
 // The first entries, and those of the places taken out again.
@@ -49,7 +54,7 @@ template <class Entry>
 Steps puttingNumbers(uint32_t from, uint32_t to) {
   Steps steps;
   for (uint32_t number = from; number < to; ++number) {
-    steps.push_back([=](Shoal::TableStore& table) { put(table, Entry::make(number, number)); });
+    steps.push_back(setting(Entry::make(number, number + 100)));
   }
   return steps;
 }

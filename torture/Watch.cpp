@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -114,6 +115,7 @@ Tally runWatched(const Campaign& campaign, const Setting& setting) {
     ::setpgid(0, 0);
     watched = &*page;
     shared.add(runAndLookAround(campaign, setting));
+    std::fflush(stdout);
     return 0;
   });
   ::setpgid(child, child);

@@ -33,7 +33,7 @@ inline constexpr std::array<ExitMeaning, 9> exitMeanings{{
     {ExitCode::absent, "what was named is not there"},
     {ExitCode::permission, "not permitted"},
     {ExitCode::refused, "refused: another version, another layout, or no table at all"},
-    {ExitCode::corrupt, "corrupt"},
+    {ExitCode::corrupt, "corrupt, or cut short while it was read"},
     {ExitCode::timedOut, "timed out"},
     {ExitCode::stalled, "the writer is absent or stalled"},
 }};

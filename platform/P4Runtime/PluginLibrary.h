@@ -28,6 +28,10 @@ struct RegisteredPlugin {
 
 // Loads a library into the process, where it stays until the end: its registrations are objects
 // inside it. A library that is loaded already is left as it is. Throws PluginLoadException.
+//
+// Before any of its code runs, every part of its path must be root's or this user's own
+// (TrustedFile.h). Then it is loaded in a process of its own first, and refused if it ends that
+// one.
 void loadPluginLibrary(const std::filesystem::path& file);
 
 // What has been registered with the default loader, in order.

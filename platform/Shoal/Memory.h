@@ -14,9 +14,11 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Kit/FileDescriptor.h"
 
 namespace Shoal {
+
+using Kit::FileDescriptor;
 
 class Memory {
  public:

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Kit/FileDescriptor.h"
 #include "platform/Shoal/Memory.h"
 #include "platform/Shoal/TableReader.h"
 #include "platform/Shoal/TableStore.h"

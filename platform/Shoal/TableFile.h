@@ -19,10 +19,12 @@
 #include <optional>
 #include <string>
 
-#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Kit/FileDescriptor.h"
 #include "platform/Shoal/TableFormat.h"
 
 namespace Shoal {
+
+using Kit::FileDescriptor;
 
 // The parts of a table path. Throws AttachException unless each of them is a plain file name.
 std::vector<std::string> tablePathParts(const std::string& tablePath);

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/Shoal/FileDescriptor.h"
+#include "platform/Kit/FileDescriptor.h"
 #include "platform/Shoal/Store.h"
 #include "platform/Shoal/TableFormat.h"
 #include "tests/Shoal/TableTest.h"
@@ -44,7 +44,7 @@ TEST(OneWriter, SecondOneInAnotherProcessIsRefusedByName) {
 TEST(OneWriter, IsRefusedByNamelessHolderWhileThatOneIsStillComing) {
   TempRoot root;
   { writer<Tiny>(root, 4); }
-  const Shoal::FileDescriptor lock(
+  const Kit::FileDescriptor lock(
       ::open((root.path() / "a/b/table.lock").c_str(), O_RDWR | O_CLOEXEC));
   struct flock whole {};
   whole.l_type = F_WRLCK;

@@ -227,7 +227,7 @@ TEST(RepairInterruptedAtAnyInstruction, CanBeDoneAgain) {
     contentsAre(file, state);
     std::vector<std::vector<char>> halfRepaired;
     {
-      Shoal::Memory memory(Shoal::FileDescriptor(::open(file.c_str(), O_RDWR)), state.size(), true,
+      Shoal::Memory memory(Kit::FileDescriptor(::open(file.c_str(), O_RDWR)), state.size(), true,
                            "half-repaired");
       const Shoal::TableView view{memory.base(), Shoal::Plan(16, 4, 4, 6), "half-repaired"};
       stepThrough(

@@ -26,8 +26,8 @@
 #include "agent/p4/RowTarget.h"
 #include "platform/Hub/Mount.h"
 #include "platform/Hub/ReferenceHub.h"
+#include "platform/Kit/FileDescriptor.h"
 #include "platform/P4Runtime/PluginLibrary.h"
-#include "platform/Shoal/FileDescriptor.h"
 #include "platform/Shoal/TableFormat.h"
 #include "tests/agent-p4/Socket.h"
 
@@ -89,7 +89,7 @@ class Switch {
   // Changes how many slots a shared table says have ever been used, which is where a walk ends;
   // what it said before.
   uint32_t slotsAre(const std::string& table, uint32_t slots) {
-    const Shoal::FileDescriptor file(::open(fileOf(table).c_str(), O_RDWR));
+    const Kit::FileDescriptor file(::open(fileOf(table).c_str(), O_RDWR));
     uint32_t before = 0;
     constexpr off_t at = offsetof(Shoal::Header, highWater);
     EXPECT_EQ(::pread(file.get(), &before, sizeof before, at), 4);

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace Shoal {
+namespace Kit {
 
 class FileDescriptor {
  public:
@@ -27,4 +27,4 @@ class FileDescriptor {
   int number_ = -1;
 };
 
-}  // namespace Shoal
+}  // namespace Kit

@@ -1,0 +1,180 @@
+# Bugs that the campaigns have to find: builds of the platform's library in which one line of the
+# tables is wrong. `./dev torture --planted` builds each and runs the campaigns over it.
+#
+# plant(<name> <file of platform/Shoal> <text that stands in it once> <text in its place> ...)
+add_custom_target(planted)
+
+function(plant name file)
+  file(READ ${CMAKE_SOURCE_DIR}/platform/Shoal/${file} text)
+  math(EXPR last "${ARGC} - 1")
+  foreach(before RANGE 2 ${last} 2)
+    math(EXPR after "${before} + 1")
+    string(FIND "${text}" "${ARGV${before}}" from)
+    string(FIND "${text}" "${ARGV${before}}" to REVERSE)
+    if(from EQUAL -1 OR NOT from EQUAL to)
+      message(FATAL_ERROR "planted bug ${name}: ${file}: expected once: ${ARGV${before}}")
+    endif()
+    string(REPLACE "${ARGV${before}}" "${ARGV${after}}" text "${text}")
+  endforeach()
+  set(tree ${CMAKE_BINARY_DIR}/planted/${name})
+  file(CONFIGURE OUTPUT ${tree}/platform/Shoal/${file} CONTENT "${text}" @ONLY)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+    ${CMAKE_SOURCE_DIR}/platform/Shoal/${file})
+
+  set(sources ${table_sources})
+  list(TRANSFORM sources REPLACE "^.*/platform/Shoal/${file}$" ${tree}/platform/Shoal/${file})
+  set(target platform_planted_${name})
+  add_platform_variant(${target} planted/${name} ${sources})
+  target_include_directories(${target} BEFORE PRIVATE ${tree})
+  # What a bug leaves unused is part of it.
+  target_compile_options(${target} PRIVATE -Wno-error)
+  set_target_properties(${target} PROPERTIES EXCLUDE_FROM_ALL ON)
+  add_dependencies(planted ${target})
+  file(APPEND ${CMAKE_BINARY_DIR}/planted/names.txt.new "${name}\n")
+endfunction()
+
+file(REMOVE ${CMAKE_BINARY_DIR}/planted/names.txt.new)
+
+# Entries.
+plant(entry-never-odd TableWriter.cpp
+  [[  put(head.sequence, odd);
+  crashPoint<"entry: sequence odd">();]]
+  [[  crashPoint<"entry: sequence odd">();]])
+plant(entry-even-before-its-bytes TableWriter.cpp
+  [[  copyIn(table_.entry(slot), entry, table_.plan.entrySize);
+  crashPoint<"entry: bytes written">();
+  put(head.sequence, odd + 1);]]
+  [[  put(head.sequence, odd + 1);
+  crashPoint<"entry: bytes written">();
+  copyIn(table_.entry(slot), entry, table_.plan.entrySize);]])
+plant(reader-does-not-look-again TableView.h
+  [[  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;]]
+  [[  return Seen::whole;]])
+plant(loads-without-order Words.h "__ATOMIC_ACQUIRE" "__ATOMIC_RELAXED")
+plant(stores-without-order Words.h "__ATOMIC_RELEASE" "__ATOMIC_RELAXED")
+plant(insert-live-before-its-entry TableWriter.cpp
+  [[  writeEntry(slot, entry);
+  index_.add(hash, slot);]]
+  [[  put(table_.slot(slot).state, slotLive);
+  writeEntry(slot, entry);
+  index_.add(hash, slot);]])
+plant(insert-live-before-its-index-word TableWriter.cpp
+  [[  writeEntry(slot, entry);
+  index_.add(hash, slot);]]
+  [[  writeEntry(slot, entry);
+  put(table_.slot(slot).state, slotLive);
+  crashPoint<"insert: live too early">();
+  index_.add(hash, slot);]])
+plant(insert-not-counted TableWriter.cpp
+  [[  put(header().live, header().operation.liveBefore + 1);
+  crashPoint<"insert: counted">();]]
+  [[  crashPoint<"insert: counted">();]])
+plant(erase-loses-its-slot TableWriter.cpp
+  [[  put(header().freeHead, slot + 1);
+  crashPoint<"erase: slot listed as free">();]]
+  [[  crashPoint<"erase: slot listed as free">();]])
+
+# The journal.
+plant(journal-left-out TableWriter.cpp [[  keepInJournal(slot, odd);
+]] "")
+plant(journal-counts-before-its-bytes TableWriter.cpp
+  [[  put(record.sequence, 0);
+  crashPoint<"journal: record opened">();]]
+  [[  put(record.sequence, odd);
+  crashPoint<"journal: record opened">();]])
+
+# The record of the operation under way.
+plant(operation-not-recorded TableWriter.cpp
+  [[  put(operation.kind, kind);
+]] "")
+plant(operation-recorded-before-its-fields TableWriter.cpp
+  [[  put(operation.slot, slot);
+  put(operation.liveBefore, header().live);]]
+  [[  put(operation.kind, kind);
+  crashPoint<"record: too early">();
+  put(operation.slot, slot);
+  put(operation.liveBefore, header().live);]])
+plant(operation-never-over TableWriter.cpp
+  [[  crashPoint<"record: change told">();
+  put(operation.kind, OperationRecord::none);]]
+  [[  crashPoint<"record: change told">();]])
+
+# Repair.
+plant(repair-forgets-the-count-of-an-insert TableWriter.cpp
+  [[    put(header().live, header().operation.liveBefore + 1);
+    crashPoint<"repair: insert counted">();]] "")
+plant(repair-forgets-the-count-of-an-erase TableWriter.cpp
+  [[    put(header().live, header().operation.liveBefore - 1);
+    crashPoint<"repair: erase counted">();]] "")
+plant(repair-loses-the-slot-of-an-insert TableWriter.cpp
+  [[  put(header().freeHead, slot + 1);
+  crashPoint<"repair: insert's slot listed as free">();]] "")
+plant(repair-keeps-a-torn-entry TableWriter.cpp
+  [[      copyIn(table_.entry(slot), table_.journalEntry(turn), table_.plan.entrySize);
+      crashPoint<"repair: old entry back">();]] "")
+plant(repair-leaves-a-hole TableWriter.cpp [[  index_.finishRemoval();
+]] "")
+
+# The index.
+plant(hole-emptied-before-its-word-is-copied TableIndex.cpp
+  [[    put(words[hole], words[from]);
+    crashPoint<"hole: word copied">();]]
+  [[    const uint32_t word = words[from];
+    put(words[from], 0);
+    crashPoint<"hole: word copied">();
+    put(words[hole], word);]])
+plant(hole-not-recorded TableIndex.cpp
+  [[  put(table_.header().operation.hole, at + 1);
+]] "")
+plant(level-used-before-it-is-filled TableIndex.cpp
+  [[  Header& header = table_.header();
+  for (uint32_t slot = 0; slot < header.highWater; ++slot) {]]
+  [[  Header& header = table_.header();
+  put(header.indexLevel, next);
+  for (uint32_t slot = 0; slot < header.highWater; ++slot) {]])
+plant(level-not-emptied-first TableIndex.cpp
+  [[  std::memset(table_.index(next), 0, bytes);
+]] "")
+plant(word-leads-anywhere TableIndex.h
+  [[if (slot >= table.plan.capacity) table.corrupt("index word without a slot");]]
+  [[if (slot > table.plan.capacity * 64) table.corrupt("index word without a slot");]])
+plant(probe-without-an-end TableIndex.h
+  [[  for (uint32_t count = 0; count <= mask; ++count, at = (at + 1) & mask) {]]
+  [[  for (uint32_t count = 0; count <= UINT32_MAX; at = (at + 1) & mask) {]])
+
+# Changes.
+plant(change-counted-before-its-key TableWriter.cpp
+  [[  put(record.number, 0);
+  crashPoint<"change: record opened">();]]
+  [[  put(record.number, number);
+  put(header().changes, number);
+  crashPoint<"change: record opened">();]])
+plant(change-told-twice TableWriter.cpp
+  [[  if (header().changes == operation.changesBefore) publish(kind, operation.slot);]]
+  [[  publish(kind, operation.slot);]])
+
+# Bounds and memory.
+plant(memory-not-claimed Memory.cpp
+  [[  if (result != 0) return false;]] [[]])
+plant(file-size-not-checked TableFormat.cpp
+  [[{"file size", fileSize, expected.fileSize}]] [[{"file size", fileSize, fileSize}]])
+plant(slots-in-use-not-checked TableView.cpp [[(value > plan.capacity)]] [[(value > plan.capacity * 64)]])
+
+# Files and processes.
+plant(lock-not-taken TableFile.cpp
+  [[  if (::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) {]]
+  [[  if (::fcntl(file.get(), F_OFD_GETLK, &lock) == 0) {]])
+plant(links-followed TableFile.cpp
+  [[O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;]] [[O_NONBLOCK | O_CLOEXEC;]]
+  [[AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT)]] [[0) != 0) {
+      if (errno == ENOENT)]])
+plant(second-name-not-seen TableFile.cpp [[  if (status.st_nlink > 1) {]] [[  if (status.st_nlink > 100) {]])
+plant(table-named-before-it-is-filled TableFile.cpp [[    fill(std::move(copy));
+]] [[    ::renameat(directory_.get(), temporary_.c_str(), directory_.get(), file_.c_str());
+    crashPoint<"create: named too early">();
+    fill(std::move(copy));
+    if (errno == errno) return file;
+]])
+
+file(RENAME ${CMAKE_BINARY_DIR}/planted/names.txt.new ${CMAKE_BINARY_DIR}/planted/names.txt)

@@ -37,7 +37,7 @@ constexpr int loadMode = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;
 constexpr unsigned trialSeconds = 20;
 
 // In a process that is there for nothing else: loads the library and ends.
-[[noreturn]] void loadOnTrial(const char* name) {
+[[noreturn]] void loadOnTrial(const char* name) noexcept {
   const rlimit none{0, 0};
   ::setrlimit(RLIMIT_CORE, &none);
   const int quiet = ::open("/dev/null", O_WRONLY | O_CLOEXEC);

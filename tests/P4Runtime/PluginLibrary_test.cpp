@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -21,6 +22,7 @@ using P4Runtime::PluginLoadException;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
+namespace fs = std::filesystem;
 
 class Started final : public P4RuntimePluginBase {
  public:
@@ -157,6 +159,133 @@ TEST(PluginLibrary, ThatTheProcessHasAlreadyIsTakenAsItIs) {
     EXPECT_EQ(loadFailure(TEST_PLUGIN_FILE), "no failure");
     EXPECT_EQ(P4Runtime::registeredPlugins().size(), before);
   });
+}
+
+TEST(PluginLibrary, WhoseInitialisationThrowsIsRefusedAndThisProcessLives) {
+  EXPECT_THAT(
+      loadFailure(THROWING_PLUGIN_FILE),
+      StartsWith("plug-in library \"" THROWING_PLUGIN_FILE "\": ends the process that loads it: "));
+  EXPECT_EQ(P4Runtime::DefaultPluginLoader().source(), "");
+}
+
+TEST(PluginLibrary, ThatLacksAFunctionIsRefusedByItsName) {
+  EXPECT_THAT(loadFailure(UNRESOLVED_PLUGIN_FILE), HasSubstr("aFunctionThatNobodyHas"));
+}
+
+// --- What is looked at before any of its code runs
+// ------------------------------------------------
+
+// A directory with a copy of the plug-in, which a child may load.
+class PathOfAPlugin : public testing::Test {
+ protected:
+  PathOfAPlugin() {
+    std::string name = "/tmp/plugin-path-XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no private directory");
+    top_ = name;
+    directory_ = top_ / "plugins";
+    file_ = directory_ / "plugin.so";
+    fs::create_directory(directory_);
+    fs::permissions(directory_, fs::perms(0755));
+    fs::copy_file(TEST_PLUGIN_FILE, file_);
+    fs::permissions(file_, fs::perms(0644));
+  }
+  ~PathOfAPlugin() override {
+    std::error_code ignored;
+    fs::remove_all(top_, ignored);
+  }
+
+  static std::string refusal(const fs::path& file, const std::string& what) {
+    return "plug-in library \"" + file.string() + "\": " + what;
+  }
+  // The plug-in's own initialisation would have registered it.
+  void expectRefused(const std::string& what) { expectRefused(file_, what); }
+  static void expectRefused(const fs::path& file, const std::string& what) {
+    const size_t before = P4Runtime::registeredPlugins().size();
+    EXPECT_EQ(loadFailure(file), refusal(file, what));
+    EXPECT_EQ(P4Runtime::registeredPlugins().size(), before);
+  }
+  void expectTaken(const fs::path& file) {
+    inAChild([&] { EXPECT_EQ(loadFailure(file), "no failure"); });
+  }
+  // A group that neither this process nor root is in.
+  static constexpr gid_t strangers = 54321;
+
+  fs::path top_, directory_, file_;
+};
+
+TEST_F(PathOfAPlugin, OfOurOwnOrRootsIsTaken) { expectTaken(file_); }
+
+TEST_F(PathOfAPlugin, FileOpenToAllWritersIsRefused) {
+  fs::permissions(file_, fs::perms(0646));
+  expectRefused(file_.string() + " may be written to by everybody");
+}
+
+TEST_F(PathOfAPlugin, DirectoryOpenToAllWritersIsRefused) {
+  fs::permissions(directory_, fs::perms(0757));
+  expectRefused(directory_.string() + " may be written to by everybody");
+}
+
+TEST_F(PathOfAPlugin, DirectoryInWhichNobodyMayReplaceOthersFilesIsTaken) {
+  fs::permissions(directory_, fs::perms(0777) | fs::perms::sticky_bit);
+  expectTaken(file_);
+}
+
+TEST_F(PathOfAPlugin, GroupOfStrangersThatMayWriteIsRefused) {
+  if (::chown(file_.c_str(), ::geteuid(), strangers) != 0) GTEST_SKIP() << "needs root";
+  fs::permissions(file_, fs::perms(0664));
+  expectRefused(file_.string() + " may be written to by group 54321");
+  fs::permissions(file_, fs::perms(0644));
+  expectTaken(file_);
+}
+
+TEST_F(PathOfAPlugin, StrangersFileOrDirectoryIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  ASSERT_EQ(::chown(file_.c_str(), 54321, 0), 0);
+  expectRefused(file_.string() + " belongs to user 54321, expected 0 or 0");
+  ASSERT_EQ(::chown(file_.c_str(), 0, 0), 0);
+  ASSERT_EQ(::chown(directory_.c_str(), 54321, 0), 0);
+  expectRefused(directory_.string() + " belongs to user 54321, expected 0 or 0");
+}
+
+TEST_F(PathOfAPlugin, SymbolicLinkIsFollowedToWhatIsLookedAtInTurn) {
+  const fs::path link = top_ / "link.so", around = top_ / "around";
+  fs::create_symlink("plugins/../plugins/plugin.so", link);
+  fs::create_directory_symlink(directory_, around);
+  expectTaken(link);
+  expectTaken(around / "plugin.so");
+  fs::permissions(directory_, fs::perms(0757));
+  expectRefused(link, directory_.string() + " may be written to by everybody");
+  expectRefused(around / "plugin.so", directory_.string() + " may be written to by everybody");
+}
+
+TEST_F(PathOfAPlugin, SymbolicLinkOfAStrangerIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const fs::path link = top_ / "link.so";
+  fs::create_symlink(file_, link);
+  ASSERT_EQ(::lchown(link.c_str(), 54321, 0), 0);
+  expectRefused(link, link.string() + " belongs to user 54321, expected 0 or 0");
+}
+
+TEST_F(PathOfAPlugin, LinksInALoopAreRefused) {
+  fs::create_symlink("two", top_ / "one");
+  fs::create_symlink("one", top_ / "two");
+  expectRefused(top_ / "one", (top_ / "one").string() + " is one symbolic link too many");
+}
+
+TEST_F(PathOfAPlugin, WhatIsNoPlainFileIsRefusedAndNotWaitedFor) {
+  const fs::path pipe = top_ / "pipe.so";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0644), 0);
+  expectRefused(pipe, pipe.string() + " is not a regular file");
+  expectRefused(directory_, directory_.string() + " is not a regular file");
+  expectRefused(file_ / "x", file_.string() + " is not a directory");
+}
+
+TEST_F(PathOfAPlugin, LibraryOfTheOtherWordSizeIsRefused) {
+  std::fstream out(file_, std::ios::binary | std::ios::in | std::ios::out);
+  out.seekp(4);  // the class, behind the magic
+  out.put(sizeof(void*) == 8 ? 1 : 2);
+  out.close();
+  EXPECT_THAT(loadFailure(file_), HasSubstr("wrong ELF class"));
 }
 
 // At the end of a process with a running plug-in whose library came by dlopen.

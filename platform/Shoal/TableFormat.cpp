@@ -19,10 +19,11 @@ std::string text(const Parts&... parts) {
   return out.str();
 }
 
-uint64_t layoutHash(const EntryLayout& layout) {
+// Of what the places in the file follow from, of which the other fields tell only in part.
+uint64_t layoutHash(const EntryLayout& layout, uint32_t capacity) {
   const auto* name = reinterpret_cast<const std::byte*>(layout.typeName.data());
   uint64_t h = keyHash(name, layout.typeName.size());
-  for (const uint32_t size : {layout.entrySize, layout.keyOffset, layout.keySize}) {
+  for (const uint32_t size : {layout.entrySize, layout.keyOffset, layout.keySize, capacity}) {
     h = detail::hashStep(h, size);
   }
   return h;
@@ -108,7 +109,7 @@ Header headerFor(const EntryLayout& layout, const Plan& plan) {
   header.capacity = plan.capacity;
   header.slotStride = plan.slotStride;
   header.journalStride = plan.journalStride;
-  header.layoutHash = layoutHash(layout);
+  header.layoutHash = layoutHash(layout, plan.capacity);
   header.journalOffset = plan.journalOffset;
   header.slotsOffset = plan.slotsOffset;
   header.indexOffset = plan.indexOffset;

@@ -1,5 +1,11 @@
 #include "agent/ConfigFile.h"
 
+// The parser takes some bad texts, "[:" for one, for impossible: it ends the process where
+// assertions are on, and assumes that they do not come where they are off. Left to go on it refuses
+// them.
+#undef NDEBUG
+#define TOML_ASSERT(condition) static_assert(true)
+
 #include <fmt/format.h>
 #include <toml++/toml.h>
 

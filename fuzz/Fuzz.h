@@ -1,9 +1,9 @@
 // What the fuzz targets are written with: an input taken apart, and what ends the process.
 //
-// A target is one function, LLVMFuzzerTestOneInput. It is run by libFuzzer, which makes up inputs and
-// is told by a dying process that it has found something; and by replay.cpp over the inputs that are
-// kept in corpus/<target>/. What an operation may refuse, the target says by the exception's class;
-// any other exception ends the process, as does whatever a sanitizer finds.
+// A target is one function, LLVMFuzzerTestOneInput. It is run by libFuzzer, which makes up inputs
+// and is told by a dying process that it has found something; and by replay.cpp over the inputs
+// that are kept in corpus/<target>/. What an operation may refuse, the target says by the
+// exception's class; any other exception ends the process, as does whatever a sanitizer finds.
 #pragma once
 
 #include <algorithm>

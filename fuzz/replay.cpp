@@ -1,6 +1,6 @@
 // Runs a fuzz target over the inputs that are kept of it: every file of the folders given. An input
-// that the target finds fault with ends the process. Without a single input the test has no meaning,
-// and fails.
+// that the target finds fault with ends the process. Without a single input the test has no
+// meaning, and fails.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>

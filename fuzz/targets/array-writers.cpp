@@ -289,7 +289,8 @@ class History {
   void check() const {
     need(row_.rowLength() >= fixedLength && row_.rowLength() <= row_.buffer()->length(),
          "the row lies in its buffer");
-    need(row_.template getScalar<uint32_t>(numberCol) == model_.number, "the number is the model's");
+    need(row_.template getScalar<uint32_t>(numberCol) == model_.number,
+         "the number is the model's");
     for (size_t i = 0; i < arrayCols.size(); ++i) {
       need(arrayOf(row_, arrayCols[i]) == model_.arrays[i], "an array is the model's");
     }

@@ -1,5 +1,5 @@
-// Bytes from elsewhere as a packed row. Whatever they say, reading stays inside the buffer, and what
-// it says is what a second reading of the format says, byte by byte, a few lines long.
+// Bytes from elsewhere as a packed row. Whatever they say, reading stays inside the buffer, and
+// what it says is what a second reading of the format says, byte by byte, a few lines long.
 //
 //   | how | type | bytes of the row ... |     how: bit 0: the header is made to fit the row type
 //                                              bit 1: a second row, with one byte changed
@@ -96,14 +96,15 @@ void readColumns(const Row& row) {
   Row::Columns::Variable::forEach([&]<class C>(C) {
     using T = typename C::Type;
     T value{};
-    const bool refused = isRefused<VaOutOfRange>(
-        [&] { value = Vane::columnValue<T>(row, C::offset); });
+    const bool refused =
+        isRefused<VaOutOfRange>([&] { value = Vane::columnValue<T>(row, C::offset); });
     need(refused != isReadable<T>(format, C::offset), "a column is refused if it cannot be read");
     if (!refused) need(says(format, C::offset, value), "a column is what its bytes say");
     isWhole = isWhole && !refused;
   });
   std::string text;
-  need(isRefused<VaOutOfRange>([&] { text = row.toString(); }) == !isWhole, "a text of all or none");
+  need(isRefused<VaOutOfRange>([&] { text = row.toString(); }) == !isWhole,
+       "a text of all or none");
   need(isRefused<VaOutOfRange>([&] { text = row.toJson(); }) == !isWhole, "JSON of all or none");
   need(isRefused<VaOutOfRange>([&] { row.rowHash(); }) == !isWhole, "a hash of all or none");
 }
@@ -138,7 +139,8 @@ template <class Row>
 void clone(const Row& row) {
   const bool isWhole = row.rowLength() >= 4 && row.rowLength() <= row.buffer()->length();
   Row copy{BaseRow()};
-  // A copy is as long as the row says, which may be less than the fixed area or than its bodies need.
+  // A copy is as long as the row says, which may be less than the fixed area or than its bodies
+  // need.
   const bool refused = isRefused<VaOutOfRange>([&] { copy = row.clone(); });
   need(!refused || !isWhole || row.rowLength() < Row::baseRowLength_, "what is whole has a copy");
   if (refused) return;

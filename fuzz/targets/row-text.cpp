@@ -1,6 +1,6 @@
-// A row's text. What can be read prints as text that reads as the same row, and as JSON that another
-// parser understands in the same way; what cannot be read is refused with BadLine. Addresses are
-// read as the C library reads them.
+// A row's text. What can be read prints as text that reads as the same row, and as JSON that
+// another parser understands in the same way; what cannot be read is refused with BadLine.
+// Addresses are read as the C library reads them.
 //
 //   | row type | text ... |     bit 7 of the type: the text is an address, not a row
 #include <arpa/inet.h>

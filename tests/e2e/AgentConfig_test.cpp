@@ -41,6 +41,16 @@ TEST(AgentConfig, AnEmptyFileIsAConfiguration) {
   EXPECT_EQ(check(scratch, "").status, 0);
 }
 
+// The parser had an assertion against it, which ended builds that have assertions.
+TEST(AgentConfig, ATableNameThatCannotBeginAsItDoesIsRefusedWithItsLine) {
+  const Scratch scratch;
+  for (const char* config : {"strict = true\n[:", "\n[[ : ]]\n"}) {
+    const auto checked = check(scratch, config);
+    EXPECT_EQ(checked.status, 2) << config;
+    EXPECT_NE(checked.err.find("line 2: "), std::string::npos) << checked.err;
+  }
+}
+
 TEST(AgentConfig, WhatIsWrongIsToldWithItsLine) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"\nshoal-rot = \"/x\"\n", "line 2: no option \"shoal-rot\"; the nearest name is shoal-root"},

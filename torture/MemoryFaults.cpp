@@ -16,6 +16,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -300,7 +302,9 @@ void fullSystem(SharedTally& tally, const fs::path& at, uint64_t pages, uint32_t
   Round round(tally, fmt::format("{} pages, entries of {} bytes", pages, sizeof(Entry)));
   const SmallSystem system(at, 400);
   system.fill(pages);
-  Modelled<Entry> table(round, system.root(), uint64_t{1} << 20);
+  // As large as the addresses of 32 bits have room for.
+  constexpr uint64_t capacity = std::min<uint64_t>(1u << 20, (1u << 28) / sizeof(Entry));
+  Modelled<Entry> table(round, system.root(), capacity);
   if (!table.attach()) {
     round.expectNothingHalfMade(system.root());
     system.empty();

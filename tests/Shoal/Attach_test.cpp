@@ -1,5 +1,6 @@
 // Attaching: who may write, and what is refused.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -68,6 +69,41 @@ TEST(OneWriter, KilledOneFreesItsPlaceAtOnce) {
   endOfChild(child);
   EXPECT_EQ(Shoal::tableStatus(root, tableName).writerPid, 0);
   EXPECT_EQ(writer<Tiny>(root, 4)->generation(), 2u);
+}
+
+TEST(OneWriter, KilledOneFreesItsPlaceAlsoWhenAChildOfItLivesOn) {
+  TempRoot root;
+  const Shared<std::atomic<pid_t>> grandchild;
+  const pid_t child = startChild([&] {
+    const auto store = writer<Tiny>(root, 4);
+    grandchild->store(startChild([] {
+      for (;;) ::pause();
+      return 0;
+    }));
+    for (;;) ::pause();
+    return 0;
+  });
+  while (grandchild->load() == 0) std::this_thread::yield();
+  EXPECT_THROW(writer<Tiny>(root, 4), WriterPresentException);
+  ::kill(child, SIGKILL);
+  endOfChild(child);
+  EXPECT_NO_THROW(writer<Tiny>(root, 4));
+  ::kill(grandchild->load(), SIGKILL);
+}
+
+TEST(OneWriter, HasNoPartnerInAChildProcess) {
+  TempRoot root;
+  MapOf<Tiny> map(writer<Tiny>(root, 4));
+  map.put(Tiny::make(1, 1));
+  EXPECT_EQ(runChild([&] {
+              const bool reads = map.has(Tiny::keyOf(1));
+              const auto text = thrown<Guard::Exception>([&] { map.put(Tiny::make(2, 1)); });
+              map.storeIs(nullptr);
+              return !reads || text.find("is a child of the writer") == std::string::npos;
+            }),
+            0);
+  EXPECT_EQ(Shoal::tableStatus(root, tableName).writerPid, ::getpid());
+  EXPECT_TRUE(map.put(Tiny::make(2, 1)));
 }
 
 TEST(OneWriter, RaisesTheGenerationForThoseWhoAreAttached) {
@@ -171,6 +207,12 @@ TEST_F(Refused, OtherByteOrder) {
                   "other byte order: byte order mark 67305985, expected 16909060");
 }
 
+// Three places or four: every part of the file is where it would be, but for the words of the
+// index.
+TEST_F(Refused, OtherCapacityOfTheSamePlaces) {
+  expectTextAfter([](auto& h) { h.capacity = 3; }, "layout hash ");
+}
+
 TEST_F(Refused, EntryTypeNameThatIsNone) {
   const Shoal::Header good = header();
   expectTextAfter([](auto& h) { h.typeName.fill('x'); },
@@ -190,7 +232,7 @@ TEST_F(Refused, TruncatedFile) {
 
 TEST_F(Refused, FileCutShortAnywhere) {
   const auto whole = contents(file_);
-  for (size_t size = 0; size < whole.size(); size += 64) {
+  for (size_t size = 512; size < whole.size(); size += 64) {
     std::filesystem::resize_file(file_, size);
     const std::string text = thrown<AttachException>([&] { reader<Tiny>(root_); });
     expectPart(
@@ -372,6 +414,99 @@ TEST(TablePaths, ToAFileThatIsOpenToAllWritersAreRefused) {
   writer<Tiny>(root, 4).reset();
   std::filesystem::permissions(Shoal::tableFile(root, tableName), std::filesystem::perms::all);
   expectPart(thrown<AttachException>([&] { reader<Tiny>(root); }), "open to all writers");
+}
+
+TEST(TablePaths, ThroughADirectoryOrToAFileThatIsOpenToItsGroupsWritersAreRefused) {
+  using std::filesystem::perms;
+  TempRoot root;
+  writer<Tiny>(root, 4).reset();
+  for (const char* part : {"a", "a/b/table.shoal", "a/b/table.lock"}) {
+    const auto before = std::filesystem::status(root.path() / part).permissions();
+    std::filesystem::permissions(root.path() / part, before | perms::group_write);
+    expectPart(thrown<AttachException>([&] { writer<Tiny>(root, 4); }),
+               std::filesystem::path(part).filename().string() +
+                   " is open to the writers of its group, expected its owner");
+    std::filesystem::permissions(root.path() / part, before);
+  }
+  EXPECT_NO_THROW(writer<Tiny>(root, 4));
+}
+
+TEST(TablePaths, HaveTheirModesWhateverTheProcessMasks) {
+  for (const mode_t mask : {0, 077}) {
+    TempRoot root;
+    const mode_t before = ::umask(mask);
+    writer<Tiny>(root, 4).reset();
+    ::umask(before);
+    for (const char* part : {"a", "a/b", "a/b/table.shoal", "a/b/table.lock"}) {
+      const auto mode = std::filesystem::status(root.path() / part).permissions();
+      EXPECT_EQ(static_cast<unsigned>(mode), std::string_view(part).size() > 3 ? 0640u : 0750u)
+          << part << " under " << mask;
+    }
+  }
+}
+
+TEST(TablePaths, BelowADirectoryInWhichAnybodyMayExchangeTheRootAreRefused) {
+  TempRoot above;
+  const auto root = above.path() / "root";
+  writer<Tiny>(root, 4).reset();
+  ::chmod(above.path().c_str(), 0777);
+  for (const auto& call : std::vector<std::function<void()>>{[&] { writer<Tiny>(root, 4); },
+                                                             [&] { reader<Tiny>(root); }}) {
+    expectPart(thrown<AttachException>(call), "is open to all writers and not sticky");
+  }
+  ::chmod(above.path().c_str(), 01777);
+  EXPECT_NO_THROW(reader<Tiny>(root));
+}
+
+// A lock file that is a pipe was opened for writing before it was looked at.
+TEST(TablePaths, AreLookedAtBeforeAnythingIsOpened) {
+  TempRoot root;
+  writer<Tiny>(root, 4).reset();
+  const auto lock = root.path() / "a/b/table.lock";
+  std::filesystem::remove(lock);
+  ASSERT_EQ(::mkfifo(lock.c_str(), 0600), 0);
+  const Kit::FileDescriptor pipe(::open(lock.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  expectPart(thrown<AttachException>([&] { writer<Tiny>(root, 4); }),
+             "the file table.lock is a named pipe, expected a regular file");
+  // A pipe that had a writer once says so by its end; one that never had does not.
+  pollfd end{pipe.get(), POLLIN, 0};
+  ::poll(&end, 1, 0);
+  EXPECT_EQ(end.revents & POLLHUP, 0);
+}
+
+// What lay in the place of a new table's file was removed, whatever it was.
+TEST(TablePaths, OfANewTableAreFreedOfNothingButACreatorsLeftovers) {
+  TempRoot root;
+  writer<Tiny>(root, 4, "other").reset();
+  const auto leftover = root.path() / "table.shoal.new";
+  std::filesystem::create_hard_link(root.path() / "other.shoal", leftover);
+  expectPart(thrown<AttachException>([&] { writer<Tiny>(root, 4, "table"); }),
+             "the file table.shoal.new has 2 names, expected one");
+  EXPECT_TRUE(std::filesystem::exists(leftover));
+  std::filesystem::remove(leftover);
+  std::filesystem::create_symlink("other.shoal", leftover);
+  expectPart(thrown<AttachException>([&] { writer<Tiny>(root, 4, "table"); }),
+             "the file table.shoal.new is a symbolic link, expected a regular file");
+  EXPECT_TRUE(std::filesystem::is_symlink(leftover));
+  std::filesystem::remove(leftover);
+  contentsAre(leftover, {'x'});
+  EXPECT_NO_THROW(writer<Tiny>(root, 4, "table"));
+  EXPECT_FALSE(std::filesystem::exists(leftover));
+}
+
+TEST(TablePaths, OfAnotherUserAreNotTheWriters) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  for (const char* part : {"a", "a/b", "a/b/table.shoal", "a/b/table.lock"}) {
+    TempRoot root;
+    writer<Tiny>(root, 4).reset();
+    ASSERT_EQ(::chown((root.path() / part).c_str(), 4242, 4242), 0);
+    const std::string name = std::filesystem::path(part).filename().string();
+    expectPart(thrown<AttachException>([&] { writer<Tiny>(root, 4); }),
+               name + " belongs to user 4242, expected 0");
+    if (name == "table.lock") continue;
+    expectPart(thrown<AttachException>([&] { reader<Tiny>(root); }),
+               name + " belongs to user 4242, expected 0");
+  }
 }
 
 TEST(TablePaths, DefaultToADirectoryOfTheUsersOwn) {

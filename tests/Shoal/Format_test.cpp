@@ -1,6 +1,5 @@
 // The bytes of a table, as docs/shared-table-format.md works them out by hand.
 #include <cstdlib>
-#include <sstream>
 
 #include "platform/Shoal/TableFormat.h"
 #include "tests/Shoal/TableTest.h"
@@ -180,13 +179,6 @@ TEST(Plan, PutsEachPartBehindTheOneBefore) {
 
 // --- A process of the other word size ------------------------------------------------------------
 
-// The other build's test program, named by SHOAL_PEER, plays the part of the other process.
-bool peerRuns(const char* test, const std::filesystem::path& root) {
-  std::ostringstream command;
-  command << "SHOAL_PEER_ROOT=" << root.string() << ' ' << std::getenv("SHOAL_PEER")
-          << " --gtest_also_run_disabled_tests --gtest_filter=" << test << " >/dev/null";
-  return std::system(command.str().c_str()) == 0;
-}
 template <class Entry>
 void writeRows(const std::filesystem::path& root) {
   MapOf<Entry> map(writer<Entry>(root, 3000, Entry::layout().typeName));

@@ -1,9 +1,12 @@
 // Running out: of places, of memory. An error with the numbers, and the table as it was.
 #include <sys/mount.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "platform/Kit/FileDescriptor.h"
 #include "tests/Shoal/TableTest.h"
 
 namespace ShoalTest {
@@ -118,6 +121,80 @@ TYPED_TEST(FullFileSystem, IsAnErrorWithTheNumbersAndTheTableStaysAsItIs) {
   expectSame(watching, model);
   EXPECT_THROW(writer<TypeParam>(small.path(), 1000, "second"), MemoryResourceException);
   EXPECT_EQ(Shoal::tablesBelow(small.path()).size(), 1u) << "nothing half-made is left";
+}
+
+// The memory for the next change is claimed when there is one, not when a writer attaches.
+TEST(FullFileSystemWithATable, StillTakesAWriter) {
+  const SmallFileSystem small("96k");
+  if (!small.mounted()) GTEST_SKIP() << "cannot mount a file system here: " << small.reason();
+  MapOf<Tiny> map(writer<Tiny>(small.path(), 4000));
+  fill(small.path() / "filler");
+  uint32_t written = 0;
+  std::string text;
+  while (text.empty()) {
+    try {
+      map.put(Tiny::make(written % 100, written));
+      ++written;
+    } catch (const MemoryResourceException& error) {
+      text = error.what();
+    }
+  }
+  map.storeIs(nullptr);
+  ASSERT_NO_THROW(map.storeIs(writer<Tiny>(small.path(), 4000))) << text;
+  EXPECT_EQ(map.walk().size(), std::min(written, 100u));
+  EXPECT_THROW(map.put(Tiny::make(1, written)), MemoryResourceException);
+  std::filesystem::remove(small.path() / "filler");
+  EXPECT_NO_THROW(map.put(Tiny::make(1, written)));
+}
+
+TEST(NewTableOfAProcess, ThatMayNotMakeFilesOfThatSizeIsAnErrorWithTheNumbersAndNoSignal) {
+  TempRoot root;
+  EXPECT_EQ(runChild([&] {
+              const rlimit limit{65536, RLIM_INFINITY};
+              ::setrlimit(RLIMIT_FSIZE, &limit);
+              const std::string text =
+                  thrown<MemoryResourceException>([&] { writer<Tiny>(root, 4000); });
+              const std::string expected =
+                  "shared table \"a/b/table\": out of memory: a file of 241664 bytes needed, 65536 "
+                  "allowed to this process";
+              if (text != expected) std::fprintf(stderr, "%s\n", text.c_str());
+              return text != expected;
+            }),
+            0);
+  EXPECT_TRUE(Shoal::tablesBelow(root).empty());
+  EXPECT_FALSE(std::filesystem::exists(root.path() / "a/b/table.shoal.new"));
+}
+
+TEST(NewTableOfAProcess, WithoutDescriptorsLeftIsAnErrorThatSaysSoAndLeavesNothing) {
+  TempRoot root;
+  // Of the numbers below the first free one all are taken.
+  const auto firstFree = [] {
+    const Kit::FileDescriptor next(::dup(STDIN_FILENO));
+    return next.get();
+  };
+  bool made = false;
+  int refused = 0;
+  for (rlim_t more = 0; !made; ++more) {
+    const int before = firstFree();
+    rlimit usual;
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit few{static_cast<rlim_t>(before) + more, usual.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    std::string text;
+    try {
+      writer<Tiny>(root, 4);
+      made = true;
+    } catch (const Shoal::AttachException& error) {
+      text = error.what();
+    }
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_EQ(firstFree(), before);
+    if (made) break;
+    ++refused;
+    EXPECT_NE(text.find(": Too many open files"), std::string::npos) << text;
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "a/b/table.shoal.new"));
+  }
+  EXPECT_GE(refused, 4);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -178,6 +179,15 @@ std::string thrown(const std::function<void()>& call) {
   }
   ADD_FAILURE() << "no exception";
   return {};
+}
+
+// The other build's test program, named by SHOAL_PEER, plays the part of a process of the other
+// word size.
+inline bool peerRuns(const char* test, const std::filesystem::path& root) {
+  const std::string command = "SHOAL_PEER_ROOT=" + root.string() + ' ' + std::getenv("SHOAL_PEER") +
+                              " --gtest_also_run_disabled_tests --gtest_filter=" + test +
+                              " >/dev/null";
+  return std::system(command.c_str()) == 0;
 }
 
 }  // namespace ShoalTest

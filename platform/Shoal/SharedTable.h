@@ -32,8 +32,8 @@ class WriterPresentException final : public Guard::Throwable<WriterPresentExcept
   using Throwable::Throwable;
 };
 
-// A read found the entry being rewritten for as long as its bound allows. The table is sound; the
-// reader may try again.
+// A read found the entry being rewritten for as long as its bound allows: 64 looks, and 10 ms from
+// then on. The table is sound; the reader may try again.
 class BusyException final
     : public Guard::Throwable<BusyException, Guard::CorruptionDetectedException> {
  public:

@@ -47,8 +47,7 @@ Store::Store(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Me
 
 // A child process that inherited the store is not the writer and leaves everything as it is.
 Store::~Store() {
-  if (mode_ != Mode::writer) return;
-  if (view_.header().writerPid != static_cast<uint32_t>(::getpid())) return;
+  if (!lock_.isHeld()) return;
   put(view_.header().writerPid, 0);
   crashPoint<"detach: no process noted">();
   writer_->wakeFollowers();
@@ -114,10 +113,11 @@ std::shared_ptr<Store> Store::snapshotOf(const Store& source) {
 }
 
 void Store::throwNotWriter(const char* call) const {
+  const char* const found = mode_ == Mode::reader     ? "it is attached as reader"
+                            : mode_ == Mode::snapshot ? "it is attached as snapshot"
+                                                      : "this process is a child of the writer";
   std::ostringstream text;
-  text << "shared table \"" << path() << "\": " << call
-       << " requires a writer, but it is attached as "
-       << (mode_ == Mode::reader ? "reader" : "snapshot");
+  text << "shared table \"" << path() << "\": " << call << " requires a writer, but " << found;
   throw Guard::Exception(text.str());
 }
 

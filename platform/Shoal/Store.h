@@ -14,6 +14,7 @@
 #include "platform/Shoal/TableStore.h"
 #include "platform/Shoal/TableView.h"
 #include "platform/Shoal/TableWriter.h"
+#include "platform/Shoal/WriterLock.h"
 
 namespace Shoal {
 
@@ -53,7 +54,7 @@ class Store final : public TableStore {
 
  private:
   TableWriter& writer(const char* call) {
-    if (!writer_) [[unlikely]]
+    if (!lock_.isHeld()) [[unlikely]]
       throwNotWriter(call);
     return *writer_;
   }
@@ -70,7 +71,7 @@ class Store final : public TableStore {
 
   Mode mode_;
   EntryLayout layout_;
-  FileDescriptor lock_;
+  WriterLock lock_;
   std::unique_ptr<Memory> memory_;
   TableView view_;
   TableReader reader_;

@@ -1,9 +1,14 @@
 // Readers beside a writer at full speed: whole entries, all of them.
+#include <fcntl.h>
+#include <sys/mman.h>
+
 #include <atomic>
 #include <chrono>
 #include <random>
 #include <thread>
 
+#include "platform/Shoal/TableFormat.h"
+#include "platform/Shoal/Words.h"
 #include "tests/Shoal/TableTest.h"
 
 namespace ShoalTest {
@@ -147,6 +152,39 @@ TEST(ReadersBesideAGrowingTable, FindEveryEntryThatIsThere) {
   }
   reading.join();
   EXPECT_FALSE(failed);
+}
+
+// A writer that comes in between at every look: the bound ends it.
+TEST(ReadersOfAnEntryThatNeverStandsStill, AreToldThatItIsBusy) {
+  TempRoot root;
+  MapOf<Group> map(writer<Group>(root, 1));
+  map.put(Group::make(0, 0));
+  const auto file = Shoal::tableFile(root, tableName);
+  const int descriptor = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+  const Shoal::Plan plan(Group::entrySize, 28, 4, 1);
+  void* mapped = ::mmap(nullptr, plan.fileSize, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+  ::close(descriptor);
+  ASSERT_NE(mapped, MAP_FAILED);
+  auto& slot =
+      *reinterpret_cast<Shoal::SlotHead*>(static_cast<std::byte*>(mapped) + plan.slotsOffset);
+  std::atomic<bool> stop{false};
+  std::thread rewriting([&] {
+    while (!stop) Shoal::put(slot.sequence, slot.sequence + 2);
+  });
+  std::string busy;
+  const auto late = std::chrono::steady_clock::now() + 60s;
+  while (busy.empty() && std::chrono::steady_clock::now() < late) {
+    try {
+      map.has(Group::keyOf(0));
+    } catch (const Shoal::BusyException& exception) {
+      busy = exception.message();
+    }
+  }
+  stop = true;
+  rewriting.join();
+  ::munmap(mapped, plan.fileSize);
+  EXPECT_NE(busy.find("reads within 10 ms each met the writer"), std::string::npos) << busy;
+  EXPECT_TRUE(map.has(Group::keyOf(0))) << "the table is sound";
 }
 
 // One key rewritten without pause: readers of it keep to their bound.

@@ -5,6 +5,8 @@ namespace Torture {
 Tally crashPoints(const Setting& setting);
 Tally singleStep(const Setting& setting);
 Tally killing(const Setting& setting);
+Tally stopping(const Setting& setting);
+Tally secondWriter(const Setting& setting);
 Tally images(const Setting& setting);
 Tally memoryFaults(const Setting& setting);
 Tally paths(const Setting& setting);
@@ -16,6 +18,10 @@ const std::vector<Campaign>& campaigns() {
       {"single-step", "a kill at every instruction of every operation, and of its repair", false,
        singleStep},
       {"kill", "kills of a writer at full speed, under four verifying readers", true, killing},
+      {"stop", "writers and readers that are stopped, and a key that is rewritten without pause",
+       true, stopping},
+      {"second-writer", "who comes while there is a writer, and what a dead one leaves", true,
+       secondWriter},
       {"images", "every byte times four patterns, every length, random damage", false, images},
       {"memory", "full file systems, quota, and the limits of a process", false, memoryFaults},
       {"paths", "links, pipes, strangers and open doors at every part of a path", false, paths},

@@ -54,7 +54,7 @@ class Killing {
                      fmt::format("{}: a reader {}", name_, end.text()));
       }
     }
-    checkLeftovers();
+    load_.checkLeftovers();
   }
 
   uint64_t interrupted() const { return load_.oracle().interrupted; }
@@ -85,20 +85,6 @@ class Killing {
     }
     tally_.add(&Tally::rounds);
     tally_.add(&Tally::faults);
-  }
-
-  // The lock is free and only the table and its lock file are there.
-  void checkLeftovers() {
-    const auto root = directory_.path() / "root";
-    if (const int32_t holder = Shoal::tableStatus(root, load_.table).writerPid; holder != 0) {
-      tally_.found(&Tally::leaked, fmt::format("{}: process {} has the lock", name_, holder));
-    }
-    for (const auto& file : std::filesystem::directory_iterator(root / "load")) {
-      const auto name = file.path().filename();
-      if (name != "table.shoal" && name != "table.lock") {
-        tally_.found(&Tally::leaked, fmt::format("{}: {}", name_, file.path().string()));
-      }
-    }
   }
 
   const char* name_;

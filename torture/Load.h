@@ -65,6 +65,9 @@ struct Oracle {
 
 inline State load(const std::atomic<uint64_t>& word) { return {word.load()}; }
 
+// Whether a read may be told that the entry is busy: not beside a writer that stands still.
+enum class Busy { isAnAnswer, isAFault };
+
 template <class Entry>
 class Load {
  public:
@@ -104,12 +107,28 @@ class Load {
     while (!oracle_->stop) {
       const uint32_t step = ++oracle_->step;
       const uint64_t choice = random();
-      if (keys_.size() > 1 && choice % 8192 == 0) {
+      if (choice % 8192 == 0) {
         clear(*store, step);
       } else {
-        change(*store, step, choice % keys_.size(), keys_.size() > 1 && choice >> 62 == 0);
+        change(*store, step, choice % keys_.size(), choice >> 62 == 0);
       }
     }
+    return 0;
+  }
+
+  // The life of a writer that sets the first key again and again and does nothing else: the entries
+  // are made beforehand, and any of them may be found.
+  int rewrite() {
+    const Store store = Shoal::attachWriter(root_, table, Entry::layout(), capacity_);
+    constexpr uint32_t versions = 64;
+    std::vector<Entry> entries;
+    for (uint32_t version = 1; version <= versions; ++version) {
+      entries.push_back(Entry::make(keys_[0], version));
+    }
+    put(*store, entries[0]);
+    oracle_->keys[0].begun = State::set(versions).word;
+    oracle_->keys[0].done = State::set(1).word;
+    while (!oracle_->stop) put(*store, entries[++oracle_->step % versions]);
     return 0;
   }
 
@@ -147,15 +166,16 @@ class Load {
   }
 
   // One look-up: what is wrong with the answer, or nothing.
-  std::string lookUp(const Shoal::TableStore& store, size_t at) const {
+  std::string lookUp(const Shoal::TableStore& store, size_t at,
+                     Busy busy = Busy::isAnAnswer) const {
     const State before = load(oracle_->keys[at].done);
     Entry entry{};
     bool found = false;
     try {
       found = store.lookup(bytesOf(keys_[at]), std::as_writable_bytes(std::span(&entry, 1)));
-    } catch (const Shoal::BusyException&) {
+    } catch (const Shoal::BusyException& exception) {
       ++oracle_->busy;
-      return {};
+      return busy == Busy::isAnAnswer ? "" : exception.message();
     }
     tally_.add(&Tally::reads);
     if (found && entry.id != keys_[at]) return fmt::format("key {}: another key's entry", at);
@@ -163,7 +183,7 @@ class Load {
   }
 
   // One walk: what is wrong with it, or nothing.
-  std::string walk(const Shoal::TableStore& store) const {
+  std::string walk(const Shoal::TableStore& store, Busy busy = Busy::isAnAnswer) const {
     std::vector<State> before(keys_.size());
     for (size_t at = 0; at < keys_.size(); ++at) before[at] = load(oracle_->keys[at].done);
     std::vector<std::vector<Entry>> seen(keys_.size());
@@ -178,9 +198,9 @@ class Load {
         const Key key = entry.id;
         more = store.next(bytesOf(key), hint, bytes);
       }
-    } catch (const Shoal::BusyException&) {
+    } catch (const Shoal::BusyException& exception) {
       ++oracle_->busy;
-      return {};
+      return busy == Busy::isAnAnswer ? "" : exception.message();
     }
     for (size_t at = 0; at < keys_.size(); ++at) {
       const State after = load(oracle_->keys[at].begun);
@@ -198,6 +218,19 @@ class Load {
       tally_.add(&Tally::reads, seen[at].size());
     }
     return {};
+  }
+
+  // Nobody is attached any more: the lock is free, and only the table and its lock file are there.
+  void checkLeftovers() {
+    if (const int32_t holder = Shoal::tableStatus(root_, table).writerPid; holder != 0) {
+      tally_.found(&Tally::leaked, fmt::format("process {} has the lock", holder));
+    }
+    for (const auto& file : std::filesystem::directory_iterator((root_ / table).parent_path())) {
+      const auto name = file.path().filename();
+      if (name != "table.shoal" && name != "table.lock") {
+        tally_.found(&Tally::leaked, file.path().string());
+      }
+    }
   }
 
  private:

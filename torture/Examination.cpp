@@ -60,7 +60,7 @@ void Examiner::found(uint64_t Tally::*head, const std::string& what) {
 }
 
 void Examiner::either(const Content& seen, const Between& between, const std::string& who) {
-  std::set<ByteString> keys;
+  std::set<ByteString, InOrder> keys;
   for (const Content* content : {&seen, &contentOr(between.before), &contentOr(between.after)}) {
     for (const auto& [key, entry] : *content) keys.insert(key);
   }
@@ -156,7 +156,7 @@ void Examiner::changes(const Store& table, const Content& now, const Between& be
   if (follower->take(taken, size_t{1} << 20) == Shoal::ChangeFollower::Result::missed) {
     return found(&Tally::lost, "the change ring does not tell of the last changes");
   }
-  std::map<ByteString, bool> removed;
+  std::map<ByteString, bool, InOrder> removed;
   for (const auto& change : taken) removed[change.key] = change.removed;
   for (const auto& [key, isRemoved] : removed) {
     if (isRemoved == (now.count(key) == 1)) {

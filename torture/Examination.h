@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -18,7 +19,14 @@
 namespace Torture {
 
 using ByteString = std::vector<std::byte>;
-using Content = std::map<ByteString, ByteString>;  // entries by key
+// Some order, the same in every process.
+struct InOrder {
+  bool operator()(const ByteString& a, const ByteString& b) const {
+    return a.size() != b.size() ? a.size() < b.size()
+                                : std::memcmp(a.data(), b.data(), a.size()) < 0;
+  }
+};
+using Content = std::map<ByteString, ByteString, InOrder>;  // entries by key
 using Store = std::shared_ptr<Shoal::TableStore>;
 
 // Entries of one shape: how to make the table, and entries that nobody else puts into it.

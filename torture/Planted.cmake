@@ -27,7 +27,7 @@ function(plant name file)
   add_platform_variant(${target} planted/${name} ${sources})
   target_include_directories(${target} BEFORE PRIVATE ${tree})
   # What a bug leaves unused is part of it.
-  target_compile_options(${target} PRIVATE -Wno-error)
+  target_compile_options(${target} PRIVATE -w)
   set_target_properties(${target} PROPERTIES EXCLUDE_FROM_ALL ON)
   add_dependencies(planted ${target})
   file(APPEND ${CMAKE_BINARY_DIR}/planted/names.txt.new "${name}\n")
@@ -86,7 +86,8 @@ plant(journal-counts-before-its-bytes TableWriter.cpp
 # The record of the operation under way.
 plant(operation-not-recorded TableWriter.cpp
   [[  put(operation.kind, kind);
-]] "")
+]] [[  static_cast<void>(kind);
+]])
 plant(operation-recorded-before-its-fields TableWriter.cpp
   [[  put(operation.slot, slot);
   put(operation.liveBefore, header().live);]]

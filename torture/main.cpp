@@ -27,6 +27,7 @@ struct Options {
   double minutes = 1;
   uint64_t seed = std::random_device{}();
   bool slice = false;
+  bool first = false;
   bool list = false;
   bool verbose = false;
   std::string library;  // the directory of the build of the platform's library to run on
@@ -83,6 +84,7 @@ int run(const Options& options) {
         campaign, {options.seed, options.slice, options.verbose, start + share});
     if (prints) printRow(campaign.name, tally, secondsSince(start));
     all += tally;
+    if (options.first && !tally.clean()) break;
   }
   if (!prints) return tell(all, options.tallyTo);
   printRow("all", all, secondsSince(begun));
@@ -122,6 +124,7 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(0.001, 100000.0));
   app.add_option("--seed", options.seed, "Seed of all choices (default: a new one, printed)");
   app.add_flag("--slice", options.slice, "Only a part of those that have a fixed amount to do");
+  app.add_flag("--first", options.first, "End behind the first campaign that finds something");
   app.add_flag("--verbose", options.verbose, "Also print what each campaign did");
   app.add_option("--library", options.library,
                  "Run on the platform's library in this directory, not on the usual one")

@@ -2,7 +2,7 @@
 
 namespace Agent::P4 {
 
-References::References(const Roles& roles) : roles_(roles) {
+References::References() {
   members_.reserve(4096);
   groups_.reserve(1024);
 }

@@ -13,7 +13,7 @@ namespace Agent::P4 {
 
 class References {
  public:
-  explicit References(const Roles& roles);
+  References();
 
   void changed(const Role& role, const Vane::BaseRow& before, const Vane::BaseRow& after);
   void clear();
@@ -36,7 +36,6 @@ class References {
   static void count(Uses& of, uint32_t id, int change);
   void countRow(const Role& role, const Vane::BaseRow& row, int change);
 
-  const Roles& roles_;
   Uses members_;
   Uses groups_;
   uint64_t slots_ = 0;

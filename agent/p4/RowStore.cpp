@@ -49,7 +49,7 @@ class RowStore::Observer final : public Vane::VaTableObserver {
 };
 
 RowStore::RowStore(const Roles& roles, const Vane::VaneDB& database, Tally& tally)
-    : roles_(roles), tally_(tally), references_(roles) {
+    : roles_(roles), tally_(tally) {
   for (const Role& role : roles.all()) {
     tables_.push_back(database.table(role.rowTable));
     observers_.push_back(std::make_shared<Observer>(*this, role));

@@ -102,7 +102,7 @@ class RowStore {
   // when that pipeline is committed.
   class Recent {
    public:
-    explicit Recent(const Roles& roles) : keys_(roles.all().size()), references_(roles) {}
+    explicit Recent(const Roles& roles) : keys_(roles.all().size()) {}
     bool has(const Role& role, const Vane::BaseRow& row) const {
       return keys_[role.index].contains(keyOf(role, row));
     }

@@ -249,7 +249,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const BaseRow row = how & 4 ? inside(bytes) : rowOf(bytes);
     const BaseRow other = rowOf(changed);
     const Content before = contentOf(row);
-    const Fuzz::Input input(data + 2, std::min<size_t>(size - 2, 96));
+    const size_t operands = std::min<size_t>(size - 2, 24);
+    const Fuzz::Input input(data + size - operands, operands);
     look<Row>(row, other, input);
     readGeneric(row, other, input);
     need(contentOf(row) == before, "reading changes nothing");

@@ -125,7 +125,7 @@ void damage(Image& image, const Shoal::Plan& plan, Fuzz::Input& input) {
   const auto width = input.take<uint8_t>();
   const auto value = input.take<uint64_t>();
   if (region == 0xFF) {
-    image.resize(value % (2 * image.size()));
+    image.resize(value % (2 * plan.fileSize));
     return;
   }
   const uint64_t at = offsetOf(plan, region, place);

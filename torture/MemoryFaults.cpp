@@ -50,7 +50,7 @@ constexpr bool sanitized = false;
 #endif
 
 constexpr uint64_t page = 4096;
-constexpr std::chrono::seconds childLimit{120};
+constexpr std::chrono::seconds childLimit{900};
 const std::string tableName = "a/table";
 
 // --- Ground -------------------------------------------------------------------------------------

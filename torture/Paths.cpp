@@ -37,7 +37,7 @@ using Shoal::AttachException;
 
 constexpr uid_t stranger = 4242;
 constexpr uid_t nobody = 65534;
-constexpr std::chrono::seconds childLimit{120};
+constexpr std::chrono::seconds childLimit{900};
 const std::string tableName = "a/b/table";
 
 // --- The tree, and all that can be seen of it ----------------------------------------------------

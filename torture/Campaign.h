@@ -28,6 +28,13 @@ struct Tally {
   Tally& operator+=(const Tally& other);
 };
 
+// Everything takes ten times as long under a sanitizer: a slice is smaller then.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr uint64_t slowness = 10;
+#else
+inline constexpr uint64_t slowness = 1;
+#endif
+
 struct Setting {
   uint64_t seed = 0;     // of every choice that the campaign makes
   bool slice = false;    // a campaign that has a fixed amount to do does a part of it, by the seed

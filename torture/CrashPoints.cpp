@@ -167,7 +167,7 @@ class CrashPointCampaign {
       }
     }
     for (const Death& death : all) {
-      if (setting_.slice && !oneIn(6)) continue;
+      if (setting_.slice && !oneIn(6 * slowness)) continue;
       examiner.contextIs(fmt::format("{} killed at {}", operation.name, text(death)));
       doing(examiner.context());
       dieAndLook(operation, course, death, examiner);

@@ -30,7 +30,7 @@ struct Checked {
   static constexpr auto key = &Checked::id;
 
   static Shoal::EntryLayout layout() {
-    return {"Test::Checked" + std::to_string(size), size, keyAt, keyBytes};
+    return {std::string("Test::Checked").append(std::to_string(size)), size, keyAt, keyBytes};
   }
   static Key keyOf(uint32_t number) {
     Key result{};

@@ -141,7 +141,11 @@ class SingleStepCampaign {
   Tally run() {
     std::vector<const Operation*> order;
     for (const Operation& operation : operations()) order.push_back(&operation);
-    if (setting_.slice) std::shuffle(order.begin(), order.end(), random_);
+    // A slice takes the short ones first.
+    if (setting_.slice) {
+      std::shuffle(order.begin(), order.end(), random_);
+      std::stable_partition(order.begin(), order.end(), [](auto* each) { return !each->attaches; });
+    }
     for (const Operation* operation : order) {
       if (isEnough()) break;
       stepThrough(*operation);
@@ -169,7 +173,8 @@ class SingleStepCampaign {
       return images.back().second;
     });
     // The repair of a few of the states that a kill leaves is itself stepped through.
-    for (size_t count = 0; count < repairsStepped && !images.empty() && !isEnough(); ++count) {
+    const size_t repairs = setting_.slice ? random_() % 16 == 0 : repairsStepped;
+    for (size_t count = 0; count < repairs && !images.empty() && !isEnough(); ++count) {
       const size_t at = random_() % images.size();
       stepThroughRepair(operation, images[at], fmt::format("{}, state {}", operation.name, at));
     }
@@ -258,7 +263,7 @@ class SingleStepCampaign {
     }
   }
 
-  static constexpr uint64_t instructionsOfSlice = 60'000;
+  static constexpr uint64_t instructionsOfSlice = 60'000 / slowness;
   static constexpr size_t repairsStepped = 2;  // of each operation; one has 50,000 instructions
 
   const Setting& setting_;

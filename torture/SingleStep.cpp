@@ -218,6 +218,7 @@ class SingleStepCampaign {
       doing(examiner.context());
       const Image image{bytesOf(table), bytesOf(begunTable)};
       const Between expected = between(image);
+      if (setting_.slice && random_() % 8 != 0) continue;
       look(examiner, root, watching, image, expected, copy.path() / "root");
     }
     if (states == 0 && !isEnough()) tally_.found(&Tally::lost, context + " changes nothing");

@@ -110,6 +110,8 @@ std::vector<Operation> allOperations() {
       all, route,
       {"route insert", "route insert into a used slot", "route insert a removed key",
        "route replace", "route delete", "route delete-all"});
+  // The first change of all claims the memory for what tells of it.
+  all.push_back({"first insert", tiny, filledWith<Tiny>(0), {setting<Tiny>(0, 1)}, {}});
   all.push_back({"insert and wake",
                  tiny,
                  fiftyNineChanges,

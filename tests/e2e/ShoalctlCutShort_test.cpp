@@ -20,7 +20,7 @@ class CutShort : public FewRows {
   // More rows than a pipe holds, so that whoever prints them has to wait for its reader.
   void loadMany() {
     std::string input;
-    for (int i = 0; i < 8000; ++i) {
+    for (int i = 0; i < 4000; ++i) {
       input += R"({"table":"VaneIpv4Fallback","row":{"destinationPrefix":"10.)" +
                std::to_string(i / 250) + "." + std::to_string(i % 250) + ".0/24\"}}\n";
     }

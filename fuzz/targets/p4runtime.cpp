@@ -440,7 +440,9 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
   Mutation mutation(seed);
   for (unsigned i = 0; i <= seed % 4; ++i) mutation.apply(steps);
   std::string text;
-  google::protobuf::TextFormat::PrintToString(steps, &text);
+  google::protobuf::TextFormat::Printer printer;
+  printer.SetSingleLineMode(true);
+  printer.PrintToString(steps, &text);
   if (text.size() > maxSize) return size;
   std::memcpy(data, text.data(), text.size());
   return text.size();

@@ -79,13 +79,16 @@ inline bool keyIs(const TableView& table, const std::byte* entry, const std::byt
 }
 
 // Copies the entry out of the journal that stood in a live slot before its sequence became `odd`.
+// It has the slot's key, which a replace leaves as it is; a journal that says otherwise is damaged.
 inline Seen readJournal(const TableView& table, uint32_t slot, uint32_t odd, std::byte* out) {
   for (uint32_t turn = 0; turn < journalRecords; ++turn) {
     const JournalHead& record = table.journal(turn);
     if (look(record.sequence) != odd || look(record.slot) != slot + 1) continue;
     copyOut(out, table.journalEntry(turn), table.plan.entrySize);
-    return look(record.sequence) == odd && look(record.slot) == slot + 1 ? Seen::whole
-                                                                         : Seen::moved;
+    const bool isOfSlot = keyIs(table, table.entry(slot), out + table.plan.keyOffset);
+    if (look(record.sequence) != odd || look(record.slot) != slot + 1) return Seen::moved;
+    if (isOfSlot) return Seen::whole;
+    break;
   }
   if (look(table.slot(slot).sequence) != odd) return Seen::moved;
   table.corruptJournal(slot);

@@ -323,8 +323,10 @@ void TableWriter::repairReplace(uint32_t slot) {
   if (head.sequence == odd) {
     for (uint32_t turn = 0; turn < journalRecords; ++turn) {
       const JournalHead& record = table_.journal(turn);
-      if (record.sequence != odd || record.slot != slot + 1) continue;
-      copyIn(table_.entry(slot), table_.journalEntry(turn), table_.plan.entrySize);
+      const std::byte* kept = table_.journalEntry(turn);
+      const bool isOfSlot = keyIs(table_, table_.entry(slot), kept + table_.plan.keyOffset);
+      if (record.sequence != odd || record.slot != slot + 1 || !isOfSlot) continue;
+      copyIn(table_.entry(slot), kept, table_.plan.entrySize);
       crashPoint<"repair: old entry back">();
       put(head.sequence, odd + 1);
       crashPoint<"repair: replace's sequence even">();

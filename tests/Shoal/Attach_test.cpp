@@ -636,6 +636,27 @@ TEST(Corruption, IsCountedAndNeverThrown) {
   EXPECT_EQ(store->corruptionsDetected(), 2u);
 }
 
+// Record 0 of the journal, at 512: sequence, slot, entry.
+TEST(Corruption, OfAJournalThatKeepsAnotherKeysEntryIsReported) {
+  TempRoot root;
+  MapOf<Tiny> map(writer<Tiny>(root, 4));
+  map.put(Tiny::make(1, 1));
+  map.put(Tiny::make(1, 2));
+  std::fstream file(Shoal::tableFile(root, tableName),
+                    std::ios::binary | std::ios::in | std::ios::out);
+  const auto word = [&](std::streamoff at, uint32_t value) {
+    file.seekp(at);
+    file.write(reinterpret_cast<const char*>(&value), 4);
+    file.flush();
+  };
+  word(4096, 3);  // as if the second put were under way
+  EXPECT_EQ(map.walk(), std::vector<Tiny>{Tiny::make(1, 1)}) << "the entry that the journal keeps";
+  word(512 + 8 + 4, 2);
+  expectPart(thrown<Guard::CorruptionDetectedException>([&] { map.has(Tiny::keyOf(1)); }),
+             "the journal does not hold its entry");
+  EXPECT_THROW(map.walk(), Guard::CorruptionDetectedException);
+}
+
 TEST(Corruption, OfASlotThatIsRewrittenByNobodyIsReported) {
   TempRoot root;
   MapOf<Tiny> map(writer<Tiny>(root, 4));

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -51,7 +52,7 @@ constexpr uint32_t capacity = 32;
 // each input.
 class Switch {
  public:
-  Switch() {
+  explicit Switch(std::filesystem::path root) : root_(std::move(root)) {
     std::promise<void> ready;
     std::thread([this, &ready] { serve(ready); }).detach();
     ready.get_future().get();
@@ -93,7 +94,7 @@ class Switch {
     loop_ = std::make_unique<Agent::EventLoop>();
     gate_ = std::make_unique<Agent::LoopGate>(*loop_, 16);
     Hub::HubOptions hub;
-    hub.shoalRoot = root_.path;
+    hub.shoalRoot = root_;
     hub.post = [this](std::function<void()> work) { loop_->post(std::move(work)); };
     for (const auto& table : Agent::routingTables()) {
       hub.capacities[std::string(table.path)] = capacity;
@@ -115,7 +116,7 @@ class Switch {
     loop_->run();
   }
 
-  Fuzz::TempRoot root_;
+  const std::filesystem::path root_;
   std::unique_ptr<Agent::EventLoop> loop_;
   std::unique_ptr<Agent::LoopGate> gate_;
   Kit::Ptr<Hub::EntityManager> manager_;
@@ -423,7 +424,8 @@ class Mutation {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Switch& device = *new Switch;  // its loop runs to the end of the process
+  static const Fuzz::TempRoot root;
+  static Switch& device = *new Switch(root.path);  // its loop runs to the end of the process
   fuzz::Steps steps;
   if (!parse({reinterpret_cast<const char*>(data), size}, steps)) return 0;
   device.reset();

@@ -25,3 +25,9 @@ if(ROUTING_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+
+# Sources that run once and are slow to compile, for the most part because of the libraries that they
+# include: what the optimiser would gain there, nobody would see.
+function(routing_cold)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O1>)
+endfunction()

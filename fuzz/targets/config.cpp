@@ -107,9 +107,9 @@ void check(const Options& options) {
 void checkRefusal(const Outcome& outcome, const std::string& file, size_t lines) {
   need(!outcome.err.empty(), "who is refused is told why");
   need(outcome.err.size() < 100'000, "in few words");
-  const size_t at = outcome.err.find(file + ": line ");
-  if (at == std::string::npos) return;
-  const size_t line = std::stoul(outcome.err.substr(at + file.size() + 7, 12));
+  const std::string place = file + ": line ";
+  if (!outcome.err.starts_with(place)) return;
+  const size_t line = std::stoul(outcome.err.substr(place.size(), 12));
   need(line >= 1 && line <= lines + 1, "a line of the file is named");
 }
 

@@ -1,7 +1,8 @@
 #include "agent/ConfigFile.h"
 
-// The parser takes some bad texts, "[:" for one, for impossible: it ends the process where assertions
-// are on, and assumes that they do not come where they are off. Left to go on it refuses them.
+// The parser takes some bad texts, "[:" for one, for impossible: it ends the process where
+// assertions are on, and assumes that they do not come where they are off. Left to go on it refuses
+// them.
 #undef NDEBUG
 #define TOML_ASSERT(condition) static_assert(true)
 // Nor is a letter such as U+00E9 impossible where white space may stand: it is none.

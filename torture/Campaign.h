@@ -37,7 +37,7 @@ inline constexpr uint64_t slowness = 1;
 
 struct Setting {
   uint64_t seed = 0;     // of every choice that the campaign makes
-  bool slice = false;    // a campaign that has a fixed amount to do does a part of it, by the seed
+  bool slice = false;    // where the amount is fixed, only some of it is done, chosen by the seed
   bool verbose = false;  // it prints what it did, beyond the numbers
   std::chrono::steady_clock::time_point until;  // one that goes by time ends here
 

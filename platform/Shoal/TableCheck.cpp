@@ -194,6 +194,9 @@ class Checker {
       fault(text(result_.entries, " live and ", result_.freeSlots, " free slots, but ",
                  header.highWater, " in use"));
     }
+    if (result_.indexWords > header.highWater) {
+      fault(text(result_.indexWords, " index words for ", header.highWater, " slots"));
+    }
     uint64_t listed = 0;
     for (uint32_t next = header.freeHead; next != 0 && listed <= result_.freeSlots; ++listed) {
       const uint32_t state = next <= header.highWater ? look(table_.slot(next - 1).state) : 0;

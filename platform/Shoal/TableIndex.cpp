@@ -58,6 +58,20 @@ void IndexWriter::finishRemoval() {
   if (hole != 0) closeHole(hole - 1);
 }
 
+// Each run of words from behind, so that none is missing on the way to another.
+void IndexWriter::clear() {
+  const uint32_t mask = table_.plan.levelWords[level()] - 1;
+  uint32_t* words = table_.index(level());
+  uint32_t empty = 0;
+  while (empty < mask && words[empty] != 0) ++empty;
+  for (uint32_t distance = 0; distance <= mask; ++distance) {
+    uint32_t& word = words[(empty - distance) & mask];
+    if (word == 0) continue;
+    put(word, 0);
+    crashPoint<"clear: index word gone">();
+  }
+}
+
 // Moves words back over the hole until none is missing on the way to another, then empties the last
 // place. A step that is taken twice, because the writer was killed in it, does the same again.
 void IndexWriter::closeHole(uint32_t hole) {

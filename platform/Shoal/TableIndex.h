@@ -54,6 +54,8 @@ class IndexWriter {
   void remove(uint32_t slot);
   // Goes on with a removal in which a writer was killed.
   void finishRemoval();
+  // Takes out all words. requires: no slot is live.
+  void clear();
 
  private:
   uint32_t level() const { return table_.header().indexLevel; }

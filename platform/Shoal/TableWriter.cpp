@@ -76,13 +76,56 @@ bool TableWriter::erase(const std::byte* key) {
   return true;
 }
 
-// From the highest slot down, so that the slots are used again from the lowest up.
+// From the highest slot down, so that the slots are used again from the lowest up. What is left of
+// a damaged table is as sound as that of any other.
 void TableWriter::clear() {
+  recount();
   for (uint32_t slot = table_.highWater(); slot-- != 0;) {
     if (kindOf(table_.slot(slot).state) == slotLive) eraseSlot(slot);
     crashPoint<"clear: slot passed">();
   }
   crashPoint<"clear: all gone">();
+  index_.clear();
+  if (!areAllListed()) listAll();
+}
+
+// Has the header say how many slots are in use and how many of them live. It does so already,
+// unless it was damaged.
+void TableWriter::recount() {
+  const uint32_t inUse = table_.highWater();
+  uint32_t end = std::min(header().slotsClaimed, table_.plan.capacity);
+  while (end > inUse && table_.slot(end - 1).state == slotEmpty) --end;
+  if (end > inUse) {
+    index_.ensureRoom(end);
+    put(header().highWater, end);
+  }
+  uint32_t live = 0;
+  for (uint32_t slot = 0; slot < end; ++slot) live += kindOf(table_.slot(slot).state) == slotLive;
+  if (live != header().live) put(header().live, live);
+}
+
+// Whether the list of free slots leads to every slot in use.
+bool TableWriter::areAllListed() const {
+  const uint32_t slots = header().highWater;
+  uint32_t listed = 0, next = header().freeHead;
+  for (; next != 0 && listed <= slots; ++listed) {
+    if (next > slots) return false;
+    const SlotHead& head = table_.slot(next - 1);
+    if (kindOf(head.state) != slotFree || (head.sequence & 1) != 0) return false;
+    next = nextFreeOf(head.state);
+  }
+  return listed == slots;
+}
+
+// Makes the list anew, for slots none of which is live.
+void TableWriter::listAll() {
+  put(header().freeHead, 0);
+  for (uint32_t slot = header().highWater; slot-- != 0;) {
+    SlotHead& head = table_.slot(slot);
+    if (head.sequence & 1) put(head.sequence, head.sequence + 1);
+    put(head.state, freeState(header().freeHead));
+    put(header().freeHead, slot + 1);
+  }
 }
 
 std::optional<uint32_t> TableWriter::find(const std::byte* key, uint64_t hash) const {

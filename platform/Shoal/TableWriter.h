@@ -35,6 +35,10 @@ class TableWriter {
   void replace(uint32_t slot, const std::byte* entry);
   void eraseSlot(uint32_t slot);
 
+  void recount();
+  bool areAllListed() const;
+  void listAll();
+
   uint32_t takeFreeSlot(uint32_t slot);
   uint32_t takeFreshSlot(uint32_t slot);
   void writeEntry(uint32_t slot, const std::byte* entry);

@@ -69,9 +69,9 @@ TEST_F(TableCheckOf, EachDamageIsFound) {
     const char* fault;
     std::function<void(const View&)> make;
   };
-  const auto firstWord = [](const View& table) {
+  const auto firstPlace = [](const View& table, bool isEmpty) {
     uint32_t at = 0;
-    while (table.index(0)[at] == 0) ++at;
+    while ((table.index(0)[at] == 0) != isEmpty) ++at;
     return at;
   };
   // Slot 30 is live, slot 15 is free and in the middle of the list of free slots.
@@ -92,7 +92,9 @@ TEST_F(TableCheckOf, EachDamageIsFound) {
       {"10 free slots, but a list of",
        [](const View& t) { t.slot(15).state = Shoal::freeState(0); }},
       {"leads to no slot",
-       [&](const View& t) { t.index(0)[firstWord(t)] |= (1u << t.plan.slotBits) - 1; }},
+       [&](const View& t) { t.index(0)[firstPlace(t, false)] |= (1u << t.plan.slotBits) - 1; }},
+      {"101 index words for 100 slots",  // a second one of slot 30, under another key
+       [&](const View& t) { t.index(0)[firstPlace(t, true)] = t.plan.wordOf(0x5a5a, 30); }},
       {"change 50 has the number 51", [](const View& t) { t.change(50).number = 51; }},
       {"change 50 is of kind 7", [](const View& t) { t.change(50).kind = 7; }},
       {"change 50 is of slot 4096", [](const View& t) { t.change(50).slot = 4096; }},

@@ -152,6 +152,7 @@ class Shared {
   Shared(const Shared&) = delete;
   Shared& operator=(const Shared&) = delete;
   T* operator->() const { return value_; }
+  T& operator*() const { return *value_; }
 
  private:
   T* value_;

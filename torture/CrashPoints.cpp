@@ -167,7 +167,9 @@ class CrashPointCampaign {
       }
     }
     for (const Death& death : all) {
-      if (setting_.slice && !oneIn(6 * slowness)) continue;
+      // A slice has a kill at every point, if not in every operation.
+      const bool isNew = killedAt_.insert(death.point).second;
+      if (setting_.slice && !isNew && !oneIn(6 * slowness)) continue;
       examiner.contextIs(fmt::format("{} killed at {}", operation.name, text(death)));
       doing(examiner.context());
       dieAndLook(operation, course, death, examiner);
@@ -233,7 +235,7 @@ class CrashPointCampaign {
   const Setting& setting_;
   std::mt19937_64 random_;
   std::vector<CrashPoint*> points_;
-  std::set<size_t> met_;
+  std::set<size_t> met_, killedAt_;
   SharedMemory<Account> account_;
   Tally tally_;
 };

@@ -147,17 +147,22 @@ void Examiner::whole(const Shoal::TableStore& table, const Content& content) {
   if (!check.isCounted) found(&Tally::torn, "its check finds an operation under way");
 }
 
-// Followers that knew the table as it was are told of every key that is different now, and what
-// they are told last of a key is how it is.
+// Followers that knew the table as it was are told of every key that is different now, what they
+// are told last of a key is how it is, and of one step they are told once.
 void Examiner::changes(const Store& table, const Content& now, const Between& between) {
-  const auto follower =
-      Shoal::follow(table, between.before && between.after ? between.changesBefore : 0);
+  const bool isOneStep = between.before && between.after;
+  const auto follower = Shoal::follow(table, isOneStep ? between.changesBefore : 0);
   std::vector<Shoal::ChangeFollower::Change> taken;
   if (follower->take(taken, size_t{1} << 20) == Shoal::ChangeFollower::Result::missed) {
     return found(&Tally::lost, "the change ring does not tell of the last changes");
   }
   std::map<ByteString, bool, InOrder> removed;
-  for (const auto& change : taken) removed[change.key] = change.removed;
+  for (const auto& change : taken) {
+    const bool isNew = removed.insert_or_assign(change.key, change.removed).second;
+    if (!isNew && isOneStep) {
+      found(&Tally::torn, "the change ring tells of one step twice, of " + hexOf(change.key));
+    }
+  }
   for (const auto& [key, isRemoved] : removed) {
     if (isRemoved == (now.count(key) == 1)) {
       found(&Tally::lost, fmt::format("the change ring says that {} was {}", hexOf(key),

@@ -40,7 +40,7 @@ inline constexpr uint32_t slots = 512;
 inline constexpr size_t fixedEnd = 108, nameAt = 128, nameEnd = 256;  // the header's fixed part
 inline constexpr size_t movingAt = 256, movingEnd = 460;
 inline constexpr size_t generationAt = 256, highWaterAt = 276, indexLevelAt = 320,
-                        operationAt = 416, changesAt = 448;
+                        slotsClaimedAt = 392, operationAt = 416, changesAt = 448;
 inline constexpr size_t journalAt = 512, journalStride = 64;
 inline constexpr size_t slotsAt = 4096, slotStride = 64;
 inline constexpr size_t indexAt = 36864, indexWords = 1024;

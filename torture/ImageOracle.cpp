@@ -8,7 +8,7 @@ namespace Torture {
 
 void ImageOracle::imageIs(const Damage& damage, const std::byte* image) {
   image_ = image;
-  touched_ = fixed_ = moving_ = counts_ = index_ = highWater_ = ring_ = false;
+  touched_ = fixed_ = moving_ = counts_ = index_ = highWater_ = ring_ = claim_ = false;
   slots_.reset();
   if (damage.fileSize && *damage.fileSize != Image::size) touched_ = fixed_ = true;
   for (const Damage::Range& range : damage.ranges) {
@@ -25,6 +25,7 @@ void ImageOracle::touch(size_t from, size_t to) {
   moving_ |= meets(Image::movingAt, Image::movingEnd);
   counts_ |= meets(256, 264) || meets(272, 276) || meets(384, 388) || meets(448, 456);
   highWater_ |= meets(Image::highWaterAt, Image::highWaterAt + 4);
+  claim_ |= meets(Image::slotsClaimedAt, Image::slotsClaimedAt + 4);
   index_ |=
       meets(Image::indexAt, Image::ringAt) || meets(Image::indexLevelAt, Image::indexLevelAt + 4);
   ring_ |= meets(Image::ringAt, Image::size) || meets(Image::changesAt, Image::changesAt + 8);

@@ -25,6 +25,7 @@ class ImageOracle {
   bool isCountTouched() const { return counts_; }  // those among them that a status shows
   bool isWalkTouched() const { return slots_.any() || highWater_; }
   bool isRingTouched() const { return ring_; }
+  bool isClaimTouched() const { return claim_; }  // how many slots have memory
   // What a writer builds on.
   bool isWriterTouched() const { return moving_ || index_ || slots_.any(); }
 
@@ -45,7 +46,7 @@ class ImageOracle {
   const GoodImage& good_;
   const std::byte* image_ = nullptr;
   bool touched_ = false, fixed_ = false, moving_ = false, counts_ = false, index_ = false,
-       highWater_ = false, ring_ = false;
+       highWater_ = false, ring_ = false, claim_ = false;
   std::bitset<Image::slots> slots_;
 };
 

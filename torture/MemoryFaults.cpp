@@ -62,6 +62,7 @@ std::optional<std::string> enterOwnNamespace() {
   if (::unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) {
     return fmt::format("no mount namespace of its own: {}", std::strerror(errno));
   }
+  dieWithParent(::getppid());
   if (user != 0) {
     std::ofstream("/proc/self/setgroups") << "deny";
     std::ofstream("/proc/self/uid_map") << fmt::format("0 {} 1", user);

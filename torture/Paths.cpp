@@ -284,6 +284,7 @@ class Paths {
         ::setgid(nobody) != 0 || ::setuid(nobody) != 0) {
       throw std::runtime_error("cannot become another user");
     }
+    dieWithParent(::getppid());
   }
 
   // Without an obstacle every call does what it is to do; with one, none does.
@@ -465,6 +466,7 @@ class Paths {
       tally_.add(&Tally::rounds);
       const ChildEnd end = runChild(childLimit, [&] {
         if (::setgroups(0, nullptr) != 0 || ::setgid(ofGroup) != 0 || ::setuid(user) != 0) return 1;
+        dieWithParent(::getppid());
         const std::string text = what();
         const bool fits = *expected == '\0' ? text.empty() : text.find(expected) != text.npos;
         if (!fits) finding(&Tally::lost, fmt::format("as user {}: \"{}\"", user, text));

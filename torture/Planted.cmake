@@ -21,8 +21,12 @@ function(plant name file)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
     ${CMAKE_SOURCE_DIR}/platform/Shoal/${file})
 
+  # A header is in all of the tables; of a source, the others are those of the sound build.
   set(sources ${table_sources})
-  list(TRANSFORM sources REPLACE "^.*/platform/Shoal/${file}$" ${tree}/platform/Shoal/${file})
+  if(file MATCHES "[.]cpp$")
+    set(sources ${tree}/platform/Shoal/${file}
+      $<FILTER:$<TARGET_OBJECTS:platform_points>,EXCLUDE,/platform/Shoal/${file}>)
+  endif()
   set(target platform_planted_${name})
   add_platform_variant(${target} planted/${name} ${sources})
   target_include_directories(${target} BEFORE PRIVATE ${tree})
@@ -111,7 +115,7 @@ plant(repair-loses-the-slot-of-an-insert TableWriter.cpp
   [[  put(header().freeHead, slot + 1);
   crashPoint<"repair: insert's slot listed as free">();]] "")
 plant(repair-keeps-a-torn-entry TableWriter.cpp
-  [[      copyIn(table_.entry(slot), table_.journalEntry(turn), table_.plan.entrySize);
+  [[      copyIn(table_.entry(slot), kept, table_.plan.entrySize);
       crashPoint<"repair: old entry back">();]] "")
 plant(repair-leaves-a-hole TableWriter.cpp [[  index_.finishRemoval();
 ]] "")
@@ -136,6 +140,8 @@ plant(level-used-before-it-is-filled TableIndex.cpp
 plant(level-not-emptied-first TableIndex.cpp
   [[  std::memset(table_.index(next), 0, bytes);
 ]] "")
+plant(index-emptied-from-the-front TableIndex.cpp
+  [[words[(empty - distance) & mask];]] [[words[(empty + distance) & mask];]])
 plant(word-leads-anywhere TableIndex.h
   [[if (slot >= table.plan.capacity) table.corrupt("index word without a slot");]]
   [[if (slot > table.plan.capacity * 64) table.corrupt("index word without a slot");]])

@@ -141,9 +141,10 @@ class SecondWriterCampaign {
   void heldByAParent() {
     doing("second-writer: held by a process with a child");
     const SharedMemory<std::atomic<pid_t>> child;
+    const pid_t campaign = ::getpid();
     const pid_t holder = startChild([&] {
       const Store store = attach();
-      if (::fork() == 0) *child = ::getpid();
+      if (::fork() == 0) outliveParent(*child, campaign);
       for (;;) ::pause();
       return 0;
     });
@@ -153,6 +154,14 @@ class SecondWriterCampaign {
     kill(holder);
     expectFree("after the writer was killed and has left a child");
     kill(*child);
+  }
+
+  // Says who it is, and lives until its parent's parent dies.
+  static void outliveParent(std::atomic<pid_t>& told, pid_t grandparent) {
+    const pid_t parent = ::getppid();
+    told = ::getpid();
+    while (::getppid() == parent) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    dieWithParent(grandparent);
   }
 
   // The number of the last writer, which was killed, has come to another process.

@@ -58,11 +58,17 @@ std::string ChildEnd::text() const {
   return fmt::format("ended with status {}", WEXITSTATUS(status));
 }
 
+void dieWithParent(pid_t parent) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(99);
+}
+
 pid_t startChild(const std::function<int()>& body) {
+  const pid_t parent = ::getpid();
   const pid_t child = ::fork();
   if (child < 0) throw std::runtime_error("cannot make a child process");
   if (child != 0) return child;
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  dieWithParent(parent);
   int answer = 99;
   try {
     answer = body();

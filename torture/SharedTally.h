@@ -71,6 +71,10 @@ struct ChildEnd {
   std::string text() const;
 };
 
+// This process dies when its parent does; at once if that is no longer the one named. Does not
+// outlive a change of user.
+void dieWithParent(pid_t parent);
+
 // Runs `body` in a child process, which exits with its answer; an exception is told on standard
 // error and is 99. The child dies with the thread that made it.
 pid_t startChild(const std::function<int()>& body);

@@ -14,6 +14,7 @@
 #include <optional>
 #include <thread>
 
+#include "torture/Interruption.h"
 #include "torture/SharedTally.h"
 
 // There in a build with the leak sanitizer only.
@@ -75,6 +76,7 @@ ChildEnd endOf(pid_t child, const Page& page) {
   auto since = steady_clock::now();
   while (::waitpid(child, &end.status, WNOHANG) == 0) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    endIfAsked(child);
     const auto now = steady_clock::now();
     if (steps != page.steps) since = now;
     steps = page.steps;
@@ -85,19 +87,6 @@ ChildEnd endOf(pid_t child, const Page& page) {
     break;
   }
   return end;
-}
-
-// Removes what the campaign's process has left in the memory file system, and counts it.
-size_t removeLeftovers(pid_t child) {
-  size_t count = 0;
-  const std::string prefix = fmt::format("torture-{}-", child);
-  for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-    if (entry.path().filename().string().rfind(prefix, 0) != 0) continue;
-    std::error_code ignored;
-    std::filesystem::remove_all(entry.path(), ignored);
-    ++count;
-  }
-  return count;
 }
 
 }  // namespace
@@ -113,6 +102,7 @@ Tally runWatched(const Campaign& campaign, const Setting& setting) {
   SharedTally shared;
   const pid_t child = startChild([&] {
     ::setpgid(0, 0);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::signal(signal, SIG_DFL);
     watched = &*page;
     shared.add(runAndLookAround(campaign, setting));
     std::fflush(stdout);
@@ -125,7 +115,7 @@ Tally runWatched(const Campaign& campaign, const Setting& setting) {
     tally.found(end.timedOut ? &Tally::hung : &Tally::torn,
                 fmt::format("{} {}: {}", campaign.name, end.text(), page->step.data()));
   }
-  const size_t leftovers = removeLeftovers(child);
+  const size_t leftovers = removeDirectoriesOf(child);
   if (::kill(-child, SIGKILL) == 0) {
     tally.found(&Tally::leaked, fmt::format("{}: processes that it started", campaign.name));
   }

@@ -12,6 +12,7 @@
 #include <random>
 
 #include "torture/Campaign.h"
+#include "torture/Interruption.h"
 #include "torture/Library.h"
 #include "torture/Watch.h"
 
@@ -139,6 +140,10 @@ int main(int argc, char** argv) {
   if (options.list) return list();
   if (!options.library.empty() && Torture::libraryDirectory() != canonical(options.library)) {
     return runOnLibrary(options.library, argc, argv);
+  }
+  if (options.tallyTo < 0) {
+    Torture::noteSignals();
+    Torture::removeDirectoriesOfTheDead();
   }
   return run(options);
 }

@@ -1,0 +1,14 @@
+// What this process has of the machine's memory.
+#pragma once
+
+#include <cstdint>
+
+namespace Bench {
+
+uint64_t residentBytes();  // all pages it has touched, shared ones too
+uint64_t privateBytes();   // pages that are nobody else's and no file's
+
+// Bytes that the C allocator has handed out.
+uint64_t allocatedBytes();
+
+}  // namespace Bench

@@ -29,5 +29,19 @@ endif()
 # Sources that run once and are slow to compile, for the most part because of the libraries that they
 # include: what the optimiser would gain there, nobody would see.
 function(routing_cold)
-  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O1>)
+  if(CMAKE_BUILD_TYPE STREQUAL Release)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -O1)
+  endif()
+endfunction()
+
+# Targets whose compilation is for the most part reading the same libraries' headers again and again:
+# they are compiled several sources at a time. gcc then takes a source for a header, and warns of the
+# types that it keeps to itself.
+function(routing_unity)
+  if(ROUTING_UNITY)
+    set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+    foreach(target ${ARGN})
+      target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    endforeach()
+  endif()
 endfunction()

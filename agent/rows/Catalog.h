@@ -19,6 +19,9 @@ namespace Agent::Rows {
 
 namespace v1 = vane::rowdb::v1;
 
+// A message of rows is sent when it has come to this.
+inline constexpr size_t messageBytes = size_t{1} << 20;
+
 class OfferedTable {
  public:
   OfferedTable(std::string name, std::shared_ptr<Vane::VaTableImplementation> table);

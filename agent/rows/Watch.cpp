@@ -23,8 +23,6 @@ using Vane::BasicVaTableChange;
 using Vane::ChangeKind;
 using Vane::ChangeReader;
 
-constexpr size_t messageBytes = size_t{1} << 20;  // a message is sent when it has come to that
-
 uint64_t freshLife() {
   std::random_device random;
   uint64_t life = 0;

@@ -18,6 +18,7 @@ namespace FailingAllocator {
 
 const bool isOurs = ROWS_OWN_ALLOCATOR;
 constinit thread_local int allocationsUntilFailure = 0;
+constinit thread_local bool staysExhausted = false;
 constinit thread_local long liveBlocks = 0;
 constinit thread_local int callocCalls = 0;
 constinit thread_local int reallocCalls = 0;
@@ -31,7 +32,10 @@ using FailingAllocator::liveBlocks;
 
 bool failsNow() {
   int& left = FailingAllocator::allocationsUntilFailure;
-  return left > 0 && --left == 0;
+  if (left == 0) return false;
+  if (left > 0 && --left > 0) return false;
+  left = FailingAllocator::staysExhausted ? -1 : 0;
+  return true;
 }
 
 void* counted(void* block) {

@@ -1,4 +1,5 @@
-// Each allocation of an action fails once: what it throws, what it leaves behind, what it leaks.
+// Each allocation of an action fails, once or with all that come after it: what it throws, what it
+// leaves behind, what it leaks.
 //
 // A program that links FailingAllocator.cpp has its own malloc, calloc, realloc and free before the
 // C library's. operator new uses them too. A sanitizer brings its own allocator; there nothing is
@@ -9,6 +10,7 @@
 
 #include <cstdio>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,7 @@ extern const bool isOurs;
 
 // Of the calling thread.
 extern constinit thread_local int allocationsUntilFailure;  // 0: none is to fail
+extern constinit thread_local bool staysExhausted;           // then all that follow fail, too
 extern constinit thread_local long liveBlocks;
 extern constinit thread_local int callocCalls;
 extern constinit thread_local int reallocCalls;
@@ -33,33 +36,52 @@ class Test : public testing::Test {
   }
 };
 
-// Runs `action` with its first allocation failing, then its second, until it succeeds. `unchanged`
-// looks at what a failure left behind. Returns the errors in order.
+enum class Memory { failsOnce, isExhausted };
+inline constexpr Memory memories[] = {Memory::failsOnce, Memory::isExhausted};
+
+// Runs `action` with its nth allocation failing. Returns what it threw, "" if it went on without that
+// memory, or nothing if it took fewer allocations.
+std::optional<std::string> failNth(int nth, Memory memory, auto&& action) {
+  char error[200] = "";  // on the stack: what is counted is the action's alone
+  bool reached = false;
+  const auto end = [&](const char* what, const char* kind = "") {
+    reached = allocationsUntilFailure <= 0;
+    allocationsUntilFailure = 0;
+    std::snprintf(error, sizeof(error), "%s%s", kind, what);
+  };
+  allocationsUntilFailure = nth;
+  staysExhausted = memory == Memory::isExhausted;
+  try {
+    action();
+    end("");
+  } catch (const Guard::MemoryResourceException& e) {
+    end(e.what());
+  } catch (const std::bad_alloc& e) {
+    end(e.what());
+  } catch (const std::exception& e) {
+    end(e.what(), "not of memory: ");
+  }
+  if (!reached) return std::nullopt;
+  return error;
+}
+
+// Runs `action` with its first allocation failing, then its second, until it succeeds; `unchanged`
+// looks at what a failure left behind. Returns the errors of single failures in order.
 std::vector<std::string> failEach(auto&& action, auto&& unchanged) {
   constexpr int tooMany = 100;
   std::vector<std::string> errors;
-  for (int nth = 1;; ++nth) {
-    char error[200] = "";  // on the stack: what is counted here is the action's alone
-    const long before = liveBlocks;
-    allocationsUntilFailure = nth;
-    try {
-      action();
-    } catch (const Guard::MemoryResourceException& e) {
-      std::snprintf(error, sizeof(error), "%s", e.what());
-    } catch (const std::bad_alloc& e) {
-      std::snprintf(error, sizeof(error), "%s", e.what());
-    }
-    const bool succeeded = allocationsUntilFailure > 0;
-    allocationsUntilFailure = 0;
-    if (succeeded) return errors;
-    EXPECT_EQ(liveBlocks, before) << "leak after failure " << nth;
-    unchanged();
-    errors.emplace_back(error);
-    if (nth == tooMany) {
-      ADD_FAILURE() << "still failing";
-      return errors;
+  for (int nth = 1; nth <= tooMany; ++nth) {
+    for (const Memory memory : {Memory::isExhausted, Memory::failsOnce}) {
+      const long before = liveBlocks;
+      const auto error = failNth(nth, memory, action);
+      if (!error) return errors;
+      EXPECT_EQ(liveBlocks, before) << "leak after failure " << nth;
+      unchanged();
+      if (memory == Memory::failsOnce) errors.push_back(*error);
     }
   }
+  ADD_FAILURE() << "still failing";
+  return errors;
 }
 
 }  // namespace FailingAllocator

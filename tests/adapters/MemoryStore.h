@@ -68,13 +68,14 @@ class MemoryStore final : public Shoal::TableStore {
   }
 
   bool set(Shoal::Bytes key, Shoal::Bytes entry) override {
+    std::vector<std::byte> bytes(entry.begin(), entry.end());
     size_t slot = find(key);
     if (size() == capacity_ && (slot == slots_.size() || !slots_[slot].isLive)) {
       Guard::MemoryResourceException::throwException("the table is full");
     }
     if (slot == slots_.size()) slots_.push_back({});
     const bool isNew = !slots_[slot].isLive;
-    slots_[slot] = {true, {entry.begin(), entry.end()}};
+    slots_[slot] = {true, std::move(bytes)};
     return isNew;
   }
   bool erase(Shoal::Bytes key) override {

@@ -166,9 +166,10 @@ class CrashPointCampaign {
         fmt::print("{:<36} {:<40} {:>6}\n", operation.name, points_[point]->name, times);
       }
     }
+    std::set<size_t> killedAt;
     for (const Death& death : all) {
-      // A slice has a kill at every point, if not in every operation.
-      const bool isNew = killedAt_.insert(death.point).second;
+      // A slice has a kill at every point of every operation, if not each time it is reached.
+      const bool isNew = killedAt.insert(death.point).second;
       if (setting_.slice && !isNew && !oneIn(6 * slowness)) continue;
       examiner.contextIs(fmt::format("{} killed at {}", operation.name, text(death)));
       doing(examiner.context());
@@ -235,7 +236,7 @@ class CrashPointCampaign {
   const Setting& setting_;
   std::mt19937_64 random_;
   std::vector<CrashPoint*> points_;
-  std::set<size_t> met_, killedAt_;
+  std::set<size_t> met_;
   SharedMemory<Account> account_;
   Tally tally_;
 };

@@ -260,7 +260,7 @@ class Trial {
     if (store.size() != 0) finding(&Tally::torn, "a cleared table has a count");
     if (store.first(hint, bytesOf(entry))) finding(&Tally::lost, "entries in a cleared table");
     for (const std::string& fault : Shoal::checkTable(store).faults) {
-      const bool isOfChange = fault.starts_with("change ");
+      const bool isOfChange = fault.starts_with("change");
       if (!isOfChange || !oracle_.isRingTouched()) {
         finding(&Tally::torn, "a cleared table: " + fault);
       }

@@ -42,6 +42,15 @@ auto filledWith(size_t entries, std::vector<size_t> removed = {}) {
   };
 }
 
+// The operation before was a replacement: nothing of its record is of use for the next one.
+template <class Entry>
+auto filledAndReplaced(size_t entries) {
+  return [=](Shoal::TableStore& table) {
+    filledWith<Entry>(entries)(table);
+    setting<Entry>(1, 7)(table);
+  };
+}
+
 // Entries of keys that have nothing to do with each other.
 template <class Entry>
 auto crowdedWith(uint32_t entries) {
@@ -85,7 +94,7 @@ void fiftyNineChanges(Shoal::TableStore& table) {
 template <class Entry>
 void addEntryOperations(std::vector<Operation>& all, const Shape& shape,
                         const std::array<const char*, 6>& names) {
-  all.push_back({names[0], shape, filledWith<Entry>(3), {setting<Entry>(3, 9)}, {}});
+  all.push_back({names[0], shape, filledAndReplaced<Entry>(3), {setting<Entry>(3, 9)}, {}});
   // The first of the cluster goes: taking its word out moves all the others.
   all.push_back({names[1], shape, filledWith<Entry>(4, {0}), {setting<Entry>(4, 9)}, {}});
   all.push_back({names[2], shape, filledWith<Entry>(3, {1}), {setting<Entry>(1, 9)}, {}});

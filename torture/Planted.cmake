@@ -54,8 +54,21 @@ plant(entry-even-before-its-bytes TableWriter.cpp
 plant(reader-does-not-look-again TableView.h
   [[  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;]]
   [[  return Seen::whole;]])
-plant(loads-without-order Words.h "__ATOMIC_ACQUIRE" "__ATOMIC_RELAXED")
-plant(stores-without-order Words.h "__ATOMIC_RELEASE" "__ATOMIC_RELAXED")
+# What a processor may make of loads or stores without an order, on one that keeps them in order.
+plant(reader-looks-again-too-early TableView.h
+  [[  copyOut(out, entry, table.plan.entrySize);
+  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;]]
+  [[  const uint32_t again = look(head.sequence);
+  copyOut(out, entry, table.plan.entrySize);
+  return again == sequence ? Seen::whole : Seen::moved;]])
+plant(erase-listed-before-its-entry-is-gone TableWriter.cpp
+  [[  put(table_.slot(slot).state, freeState(header().freeHead));
+  crashPoint<"erase: entry gone">();
+  put(header().freeHead, slot + 1);]]
+  [[  const uint32_t next = header().freeHead;
+  put(header().freeHead, slot + 1);
+  crashPoint<"erase: entry gone">();
+  put(table_.slot(slot).state, freeState(next));]])
 plant(insert-live-before-its-entry TableWriter.cpp
   [[  writeEntry(slot, entry);
   index_.add(hash, slot);]]
@@ -81,11 +94,11 @@ plant(erase-loses-its-slot TableWriter.cpp
 # The journal.
 plant(journal-left-out TableWriter.cpp [[  keepInJournal(slot, odd);
 ]] "")
-plant(journal-counts-before-its-bytes TableWriter.cpp
-  [[  put(record.sequence, 0);
-  crashPoint<"journal: record opened">();]]
-  [[  put(record.sequence, odd);
-  crashPoint<"journal: record opened">();]])
+plant(journal-kept-after-the-entry TableWriter.cpp
+  [[  keepInJournal(slot, odd);
+  writeEntry(slot, entry);]]
+  [[  writeEntry(slot, entry);
+  keepInJournal(slot, odd);]])
 
 # The record of the operation under way.
 plant(operation-not-recorded TableWriter.cpp

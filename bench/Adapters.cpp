@@ -1,6 +1,5 @@
 // Adapters: tables as the row database sees them. A row is found, walked over, set; ten are built.
-#include <sys/resource.h>
-
+#include <algorithm>
 #include <vector>
 
 #include "bench/Memory.h"
@@ -142,7 +141,10 @@ void buildTen(State& state) {
   for (int i = 0; i < 10; ++i) tables.push_back(std::make_unique<SharedRoutes>(slots));
   uint64_t most = 0;
   for (auto _ : state) {
+    state.PauseTiming();
+    giveBackFreed();
     const uint64_t before = residentBytes();
+    state.ResumeTiming();
     std::vector<std::unique_ptr<IpDestinationVaneWrapper>> adapters;
     for (const auto& routes : tables) {
       adapters.push_back(
@@ -166,6 +168,7 @@ void memoryPerRoute(State& state) {
     AdaptedRoutes routes(list.size());
     auto rows = fullRows(list, 1);
     rows.next(state);
+    giveBackFreed();
     const uint64_t before = privateBytes();
     for (size_t i = 0; i < list.size(); ++i) routes.adapter->rowIs(rows.next(state), false);
     const auto after = privateBytes();

@@ -49,17 +49,25 @@ void check(bool holds, const char* what) {
 
 #ifdef BENCH_GOOGLE
 
-Subject::Subject(const std::string& name, Measure measure, const std::vector<int64_t>& routes) {
+namespace {
+
+benchmark::internal::Benchmark& registered(const std::string& name, Measure measure,
+                                           const std::vector<int64_t>& routes) {
   auto* made = benchmark::RegisterBenchmark(name.c_str(), measure);
   if (!routes.empty()) made->ArgName("routes");
   for (const int64_t size : routes) made->Arg(size);
+  return *made;
 }
 
-Subject::Subject(Manual, const std::string& name, Measure measure,
+}  // namespace
+
+Subject::Subject(const std::string& name, Measure measure, const std::vector<int64_t>& routes) {
+  registered(name, measure, routes);
+}
+
+Subject::Subject(Once, const std::string& name, Measure measure,
                  const std::vector<int64_t>& routes) {
-  auto* made = benchmark::RegisterBenchmark(name.c_str(), measure)->UseManualTime();
-  if (!routes.empty()) made->ArgName("routes");
-  for (const int64_t size : routes) made->Arg(size);
+  registered(name, measure, routes).UseManualTime()->Iterations(1);
 }
 
 int run(int argc, char** argv) {
@@ -75,15 +83,25 @@ int run(int argc, char** argv) {
 
 #else
 
-Subject::Subject(const std::string& name, Measure measure, const std::vector<int64_t>& routes) {
-  if (routes.empty()) addSmall({name, measure, 0});
+namespace {
+
+void registered(const std::string& name, Measure measure, const std::vector<int64_t>& routes,
+                bool once) {
+  if (routes.empty()) addSmall({name, measure, 0, once});
   for (const int64_t size : routes)
-    addSmall({name + "/routes:" + std::to_string(size), measure, size});
+    addSmall({name + "/routes:" + std::to_string(size), measure, size, once});
 }
 
-Subject::Subject(Manual, const std::string& name, Measure measure,
-                 const std::vector<int64_t>& routes)
-    : Subject(name, measure, routes) {}
+}  // namespace
+
+Subject::Subject(const std::string& name, Measure measure, const std::vector<int64_t>& routes) {
+  registered(name, measure, routes, false);
+}
+
+Subject::Subject(Once, const std::string& name, Measure measure,
+                 const std::vector<int64_t>& routes) {
+  registered(name, measure, routes, true);
+}
 
 int run(int argc, char** argv) { return runSmall(argc, argv); }
 

@@ -24,6 +24,8 @@ uint64_t statusBytes(const std::string& name) {
 uint64_t residentBytes() { return statusBytes("VmRSS"); }
 uint64_t privateBytes() { return statusBytes("RssAnon"); }
 
+void giveBackFreed() { ::malloc_trim(0); }
+
 uint64_t allocatedBytes() {
   const struct mallinfo2 info = ::mallinfo2();
   return info.uordblks + info.hblkhd;

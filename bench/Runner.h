@@ -27,10 +27,9 @@ using Measure = void (*)(State&);
 // Made at load, one a subject. `routes` are the sizes at which it is run; none: once, without one.
 struct Subject {
   Subject(const std::string& name, Measure measure, const std::vector<int64_t>& routes = {});
-  // The time of an item is what the subject sets, not what the loop takes.
-  struct Manual {};
-  Subject(Manual, const std::string& name, Measure measure,
-          const std::vector<int64_t>& routes = {});
+  // One step, whose time is what the subject sets: SetIterationTime.
+  struct Once {};
+  Subject(Once, const std::string& name, Measure measure, const std::vector<int64_t>& routes = {});
 };
 
 inline void itemsPerStep(State& state, uint64_t items) {

@@ -48,6 +48,7 @@ State run(const SmallSubject& subject, uint64_t iterations) {
 
 // As many steps as take about so long; at least one.
 uint64_t calibrated(const SmallSubject& subject, double seconds) {
+  if (subject.once) return 1;
   for (uint64_t iterations = 1;;) {
     const double taken = static_cast<double>(run(subject, iterations).nanoseconds()) / 1e9;
     if (taken >= seconds / 4 || iterations >= uint64_t{1} << 30) {

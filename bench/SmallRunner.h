@@ -78,6 +78,7 @@ struct SmallSubject {
   std::string name;
   void (*measure)(State&);
   int64_t range;
+  bool once;  // its time is for one step
 };
 void addSmall(SmallSubject subject);
 // As the library's own: --benchmark_filter, _min_time, _repetitions, _out.

@@ -1,0 +1,193 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks and says which targets are met: `./dev bench`.
+
+Subjects and what they are compared with take turns in random order, several times; a figure is the
+median. The table is printed, and written with all figures as JSON and as a chart.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+import programs
+import report
+import targets
+
+TREE = pathlib.Path(__file__).resolve().parent.parent
+
+# A program each, so that one does not find the memory of another. Subjects of a part take turns.
+PARTS = {
+    "rows": r"^BM_(Row|Flatbuffers|Protobuf|Capnproto|Group|Bare_(Allocation|EntryCopy|Packed|Key|Row|Two))",
+    "machine": r"^BM_Bare_(RandomAccess|SequentialRead/routes:1000000$)",
+    "tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap)\w+/routes:1000000$",
+    "adapters": r"^BM_Adapter(Row|Find|Scan)\w+/routes:1000000$",
+    "log": r"^BM_(Change|Maps)Log\w+/routes:(1000|1000000)$",
+    "memory": r"^BM_(Memory_PerRoute|AdaptersBuilt)",
+    "followers": r"^BM_(Follow|Visible|Redis|Bare_(Ping|Futex))",
+}
+FULL_PARTS = {
+    "small tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap|Adapter\w+|Bare_Sequential)\w+/routes:(1000|100000)$",
+    "ten million": r"^BM_(Bare_Sequential\w+|Table\w+|Adapter\w+|ChangeLogRecord_Fresh)/routes:10000000$",
+}
+# What a 32-bit program is asked: only what a target is about.
+PART_32 = "^(" + "|".join(re.escape(name) for name in targets.SUBJECTS_32) + ")$"
+
+
+class Figures(dict):
+    """Values of each figure by name; a figure that was not measured says so."""
+
+    def add(self, name, value):
+        self.setdefault(name, []).append(value)
+
+    def medians(self):
+        return Medians({name: statistics.median(values) for name, values in self.items()})
+
+
+class Medians(dict):
+    def __missing__(self, name):
+        raise NotMeasured(name)
+
+
+class NotMeasured(Exception):
+    pass
+
+
+def take(figures, document, mark=""):
+    """The figures in what a benchmark program has written."""
+    for run in document["benchmarks"]:
+        if run.get("run_type") != "iteration":
+            continue
+        if run.get("error_occurred"):
+            print(f"{run['name']}: {run['error_message']}", file=sys.stderr)
+            continue
+        name = mark + run["run_name"].removesuffix("/manual_time").removesuffix("/real_time")
+        if run.get("items_per_second"):
+            figures.add(name, 1e9 / run["items_per_second"])
+        for key, value in run.items():
+            if "bytes" in key:
+                figures.add(f"{name}#{key}", value)
+
+
+def run_part(program, name, filter_, repetitions, seconds, directory):
+    out = pathlib.Path(directory) / "part.json"
+    command = [program, f"--benchmark_filter={filter_}", f"--benchmark_min_time={seconds}",
+               f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true",
+               f"--benchmark_out={out}", "--benchmark_out_format=json"]
+    started = time.monotonic()
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if done.returncode != 0:
+        sys.exit(f"bench: {name}: status {done.returncode}\n{done.stderr}")
+    print(f"  {name}: {time.monotonic() - started:.0f} s", file=sys.stderr)
+    return json.loads(out.read_text() or '{"benchmarks": []}')
+
+
+def machine(context):
+    model = "unknown processor"
+    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
+        if line.startswith("model name"):
+            model = line.split(":", 1)[1].strip()
+            break
+    memory = int(pathlib.Path("/proc/meminfo").read_text().split()[1]) / 2**20
+    return {
+        "processor": f"{os.cpu_count()} x {model}",
+        "memory": f"{memory:.0f} GiB",
+        "kernel": os.uname().release,
+        "compiler": context.get("compiler", ""),
+        "build": "Release",
+        "prefixes": context.get("prefixes", ""),
+        "peers not here": context.get("peers_not_here", "") or "none",
+    }
+
+
+def judged(check, medians):
+    try:
+        value = check.value(medians)
+    except NotMeasured as missing:
+        return None, f"not measured: no {missing}"
+    held = value <= check.bound if check.sense == "<=" else value >= check.bound
+    return value, "met" if held else "missed"
+
+
+def spread(values):
+    """Half the distance between the quartiles, in parts of the median."""
+    if len(values) < 2:
+        return 0.0
+    low, _, high = statistics.quantiles(values, n=4)
+    middle = statistics.median(values)
+    return (high - low) / 2 / middle if middle else 0.0
+
+
+def options():
+    parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--quick", action="store_true", help="in about two minutes: a million routes only")
+    parser.add_argument("--prefixes", metavar="DIR", default=os.environ.get("ROUTING_PREFIXES", ""),
+                        help="lists of real prefixes, one a line, plain or gzip (default: $ROUTING_PREFIXES)")
+    parser.add_argument("--repetitions", type=int, default=5, metavar="N", help="turns of each subject (default: 5)")
+    parser.add_argument("--only", action="append", choices=[*PARTS, *FULL_PARTS, "32 bits", "programs"],
+                        help="this part; may be repeated")
+    parser.add_argument("--out", type=pathlib.Path, metavar="DIR",
+                        help="where figures and chart go (default: docs/performance; --quick and --only: build/performance)")
+    parser.add_argument("--build", type=pathlib.Path, default=TREE / "build/bench", help=argparse.SUPPRESS)
+    parser.add_argument("--build-32", type=pathlib.Path, default=TREE / "build/bench-m32", help=argparse.SUPPRESS)
+    chosen = parser.parse_args()
+    if chosen.repetitions < 5:
+        parser.error("--repetitions: expected 5 or more")
+    return chosen
+
+
+def measure(chosen, directory):
+    figures = Figures()
+    context = {}
+    bench = chosen.build / "bin/benchmarks"
+    parts = dict(PARTS) if chosen.quick else {**PARTS, **FULL_PARTS}
+    wanted = chosen.only or [*parts, "32 bits", "programs"]
+    seconds = 0.02 if chosen.quick else 0.2
+    for name, filter_ in parts.items():
+        if name not in wanted:
+            continue
+        document = run_part(bench, name, filter_, chosen.repetitions, seconds, directory)
+        context = document.get("context", context)
+        take(figures, document)
+    bench_32 = chosen.build_32 / "bin/benchmarks"
+    if "32 bits" in wanted and bench_32.exists():
+        take(figures, run_part(bench_32, "32 bits", PART_32, chosen.repetitions, seconds, directory), "m32 ")
+    if "programs" in wanted:
+        programs.measure(figures, chosen.build / "bin", directory, chosen.quick)
+    figures.update(report.instruction_figures(TREE / "bench/instructions.txt"))
+    return figures, context
+
+
+def main():
+    chosen = options()
+    load = os.getloadavg()[0]
+    directory = tempfile.mkdtemp(prefix="routing-bench-", dir="/dev/shm")
+    os.environ["ROUTING_BENCH_DIR"] = directory
+    if chosen.prefixes:
+        os.environ["ROUTING_PREFIXES"] = str(pathlib.Path(chosen.prefixes).resolve())
+    try:
+        figures, context = measure(chosen, directory)
+    finally:
+        shutil.rmtree(directory, ignore_errors=True)
+    medians = figures.medians()
+    checks = [(check, *judged(check, medians)) for check in targets.CHECKS]
+    about = machine(context) | {"load when it began": f"{load:.1f}", "date": time.strftime("%Y-%m-%d"),
+                                "repetitions": str(chosen.repetitions), "quick": str(chosen.quick).lower()}
+    report.print_table(checks, about)
+    out = chosen.out or TREE / ("build/performance" if chosen.quick or chosen.only else "docs/performance")
+    out.mkdir(parents=True, exist_ok=True)
+    report.write_json(out / "figures.json", checks, about, figures, spread)
+    report.write_chart(out / "targets.svg", checks, about)
+    print(f"\nfigures and chart: {out}/figures.json, {out}/targets.svg")
+
+
+if __name__ == "__main__":
+    main()

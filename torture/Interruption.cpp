@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
@@ -25,6 +26,13 @@ pid_t makerOf(const std::string& name) {
   const char* end = name.data() + name.size();
   const auto number = std::from_chars(name.data() + prefix.size(), end, maker);
   return number.ec == std::errc() && number.ptr != end && *number.ptr == '-' ? maker : 0;
+}
+
+// Also if its parent has not taken note of it yet: then it has a number, but no program any more.
+bool isDead(pid_t process) {
+  char program;
+  const std::string link = "/proc/" + std::to_string(process) + "/exe";
+  return ::readlink(link.c_str(), &program, 1) < 0 && errno == ENOENT;
 }
 
 template <class Condition>
@@ -72,8 +80,6 @@ size_t removeDirectoriesOf(pid_t process) {
   return removeDirectories([&](pid_t maker) { return maker == process; });
 }
 
-size_t removeDirectoriesOfTheDead() {
-  return removeDirectories([](pid_t maker) { return ::kill(maker, 0) != 0 && errno == ESRCH; });
-}
+size_t removeDirectoriesOfTheDead() { return removeDirectories(isDead); }
 
 }  // namespace Torture

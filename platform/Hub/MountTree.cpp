@@ -68,8 +68,13 @@ Kit::Ptr<Kit::Entity> MountTree::mountNew(const std::string& path, const std::st
   const auto table = makeTable(path, typeName);
   table->storeIs(
       Shoal::attachWriter(options_.shoalRoot, path, table->layout(), capacity(path, info)));
-  put(path, table);
-  mounted_[path] = {table, typeName};
+  const auto mounted = mounted_.emplace(path, Mounted{table, typeName}).first;
+  try {
+    put(path, table);
+  } catch (...) {
+    mounted_.erase(mounted);
+    throw;
+  }
   return table;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/Kit/Entity.h"
 
 #include <new>
+#include <utility>
 
 #include "platform/Guard/Assert.h"
 #include "platform/Guard/Exception.h"
@@ -34,9 +35,11 @@ void Dir::entityIs(const Ptr<Entity>& entity) {
   Guard::standardAssert(static_cast<bool>(entity), "entity");
   // The caller's handle may be the old directory's own.
   const Ptr<Entity> held = entity;  // NOLINT(performance-unnecessary-copy-initialization)
-  if (held->parent_) held->parent_->entityDel(held->name());
-  entityDel(held->name());
-  entities_.emplace(held->name(), held);
+  Ptr<Entity>& place = entities_[held->name()];
+  if (held->parent_ && place != held) held->parent_->entityDel(held->name());
+  // Goes last: its destructor may look at this directory.
+  const Ptr<Entity> replaced = std::exchange(place, held);
+  if (replaced) replaced->parent_ = nullptr;
   held->parent_ = this;
 }
 

@@ -141,6 +141,7 @@ void startPlugins(PluginContext* context, std::vector<Kit::Ptr<P4RuntimePluginBa
     ~Given() { loader().contextIs(nullptr); }
   } const given(context);
   const auto& initCallers = loader().initCallers();
+  started.reserve(started.size() + initCallers.size());  // whatever has started is told
   for (size_t i = 0; i < initCallers.size(); ++i) started.push_back((*initCallers[i])());
 }
 

@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <sstream>
+#include <string_view>
 
 #include "platform/Shoal/CrashPoint.h"
 #include "platform/Shoal/SharedTable.h"
@@ -304,15 +306,23 @@ void TableFile::refuseErrno(const std::string& attempted) const {
 // The fields after the name, which is in parentheses and may contain anything; the start time is
 // the twenty-second of all.
 std::optional<uint64_t> processStart(uint32_t pid) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-  const std::string line{std::istreambuf_iterator<char>(in), {}};
-  const size_t nameEnd = line.rfind(')');
-  if (nameEnd == std::string::npos) return std::nullopt;
-  std::istringstream fields(line.substr(nameEnd + 1));
-  std::string skipped;
-  for (int field = 3; field < 22; ++field) fields >> skipped;
+  char path[32];
+  std::snprintf(path, sizeof(path), "/proc/%" PRIu32 "/stat", pid);
+  const Kit::FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+  if (!file && errno == EMFILE) {
+    AttachException::throwException(std::string("cannot open ") + path + ": Too many open files");
+  }
+  char line[1024];
+  const ssize_t length = file ? ::read(file.get(), line, sizeof(line)) : 0;
+  std::string_view left(line, length > 0 ? static_cast<size_t>(length) : 0);
+  left.remove_prefix(std::min(left.rfind(')'), left.size()));
+  for (int field = 2; field < 22; ++field) {
+    left.remove_prefix(std::min(left.find(' '), left.size()));
+    left.remove_prefix(std::min<size_t>(1, left.size()));
+  }
   uint64_t start = 0;
-  if (!(fields >> start)) return std::nullopt;
+  const auto [end, error] = std::from_chars(left.data(), left.data() + left.size(), start);
+  if (error != std::errc()) return std::nullopt;
   return start;
 }
 

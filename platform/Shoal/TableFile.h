@@ -80,7 +80,8 @@ class TableFile {
 };
 
 // When a process started, in clock ticks after boot; none if there is no such process. Tells a
-// process from a later one with the same id.
+// process from a later one with the same id. Throws AttachException when there is no descriptor
+// left to look with.
 std::optional<uint64_t> processStart(uint32_t pid);
 
 }  // namespace Shoal

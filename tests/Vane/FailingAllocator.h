@@ -28,6 +28,7 @@ extern constinit thread_local int callocCalls;
 extern constinit thread_local int reallocCalls;
 
 constexpr auto badAlloc = "std::bad_alloc";
+constexpr auto otherError = "not of memory: ";
 
 class Test : public testing::Test {
  protected:
@@ -35,6 +36,11 @@ class Test : public testing::Test {
     if (!isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
   }
 };
+
+// Whether an error of failNth says that there was no memory.
+inline bool isOfMemory(const std::string& error) {
+  return !error.empty() && !error.starts_with(otherError);
+}
 
 enum class Memory { failsOnce, isExhausted };
 inline constexpr Memory memories[] = {Memory::failsOnce, Memory::isExhausted};
@@ -59,7 +65,7 @@ std::optional<std::string> failNth(int nth, Memory memory, auto&& action) {
   } catch (const std::bad_alloc& e) {
     end(e.what());
   } catch (const std::exception& e) {
-    end(e.what(), "not of memory: ");
+    end(e.what(), otherError);
   }
   if (!reached) return std::nullopt;
   return error;

@@ -87,9 +87,7 @@ class AdapterAllocationFailure : public AdapterTest<A> {
           failed = error.has_value();
           if (!failed) return;
           ++failures;
-          EXPECT_TRUE(*error == FailingAllocator::badAlloc ||
-                      error->find("alloc() failed") != std::string::npos)
-              << *error;
+          EXPECT_TRUE(FailingAllocator::isOfMemory(*error)) << *error;
           examine(adapter, reader);
           act(adapter);
         });

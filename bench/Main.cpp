@@ -9,6 +9,7 @@
 
 #include "bench/Data.h"
 #include "bench/Runner.h"
+#include "bench/SharedRoutes.h"
 
 namespace Bench {
 namespace {
@@ -116,6 +117,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
+    Bench::database();  // row types ask it for their numbers
     return Bench::run(argc, argv);
   } catch (const std::exception& failure) {
     std::cerr << "benchmarks: " << failure.what() << "\n";

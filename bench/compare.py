@@ -27,15 +27,15 @@ TREE = pathlib.Path(__file__).resolve().parent.parent
 PARTS = {
     "rows": r"^BM_(Row|Flatbuffers|Protobuf|Capnproto|Group|Bare_(Allocation|EntryCopy|Packed|Key|Row|Two))",
     "machine": r"^BM_Bare_(RandomAccess|SequentialRead/routes:1000000$)",
-    "tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap)\w+/routes:1000000$",
-    "adapters": r"^BM_Adapter(Row|Find|Scan)\w+/routes:1000000$",
-    "log": r"^BM_(Change|Maps)Log\w+/routes:(1000|1000000)$",
+    "tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap)[A-Za-z_]+/routes:1000000$",
+    "adapters": r"^BM_Adapter(Row|Find|Scan)[A-Za-z_]+/routes:1000000$",
+    "log": r"^BM_(Change|Maps)Log[A-Za-z_]+/routes:(1000|1000000)$",
     "memory": r"^BM_(Memory_PerRoute|AdaptersBuilt)",
     "followers": r"^BM_(Follow|Visible|Redis|Bare_(Ping|Futex))",
 }
 FULL_PARTS = {
-    "small tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap|Adapter\w+|Bare_Sequential)\w+/routes:(1000|100000)$",
-    "ten million": r"^BM_(Bare_Sequential\w+|Table\w+|Adapter\w+|ChangeLogRecord_Fresh)/routes:10000000$",
+    "small tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap|Adapter[A-Za-z_]+|Bare_Sequential)[A-Za-z_]+/routes:(1000|100000)$",
+    "ten million": r"^BM_(Bare_Sequential[A-Za-z_]+|Table[A-Za-z_]+|Adapter[A-Za-z_]+|ChangeLogRecord_Fresh)/routes:10000000$",
 }
 # What a 32-bit program is asked: only what a target is about.
 PART_32 = "^(" + "|".join(re.escape(name) for name in targets.SUBJECTS_32) + ")$"
@@ -68,7 +68,7 @@ def take(figures, document, mark=""):
         if run.get("error_occurred"):
             print(f"{run['name']}: {run['error_message']}", file=sys.stderr)
             continue
-        name = mark + run["run_name"].removesuffix("/manual_time").removesuffix("/real_time")
+        name = mark + re.sub(r"/(iterations:\d+|manual_time)", "", run["run_name"])
         if run.get("items_per_second"):
             figures.add(name, 1e9 / run["items_per_second"])
         for key, value in run.items():
@@ -136,8 +136,10 @@ def options():
                         help="this part; may be repeated")
     parser.add_argument("--out", type=pathlib.Path, metavar="DIR",
                         help="where figures and chart go (default: docs/performance; --quick and --only: build/performance)")
-    parser.add_argument("--build", type=pathlib.Path, default=TREE / "build/bench", help=argparse.SUPPRESS)
-    parser.add_argument("--build-32", type=pathlib.Path, default=TREE / "build/bench-m32", help=argparse.SUPPRESS)
+    parser.add_argument("--build", type=pathlib.Path, metavar="DIR", default=TREE / "build/release",
+                        help="the build to measure (default: build/release)")
+    parser.add_argument("--program-32", type=pathlib.Path, metavar="PROGRAM",
+                        help="the benchmarks as a 32-bit program (default: without)")
     chosen = parser.parse_args()
     if chosen.repetitions < 5:
         parser.error("--repetitions: expected 5 or more")
@@ -157,9 +159,8 @@ def measure(chosen, directory):
         document = run_part(bench, name, filter_, chosen.repetitions, seconds, directory)
         context = document.get("context", context)
         take(figures, document)
-    bench_32 = chosen.build_32 / "bin/benchmarks"
-    if "32 bits" in wanted and bench_32.exists():
-        take(figures, run_part(bench_32, "32 bits", PART_32, chosen.repetitions, seconds, directory), "m32 ")
+    if "32 bits" in wanted and chosen.program_32:
+        take(figures, run_part(chosen.program_32, "32 bits", PART_32, chosen.repetitions, seconds, directory), "m32 ")
     if "programs" in wanted:
         programs.measure(figures, chosen.build / "bin", directory, chosen.quick)
     figures.update(report.instruction_figures(TREE / "bench/instructions.txt"))
@@ -181,6 +182,8 @@ def main():
     checks = [(check, *judged(check, medians)) for check in targets.CHECKS]
     about = machine(context) | {"load when it began": f"{load:.1f}", "date": time.strftime("%Y-%m-%d"),
                                 "repetitions": str(chosen.repetitions), "quick": str(chosen.quick).lower()}
+    if chosen.only:
+        checks = [entry for entry in checks if entry[1] is not None]
     report.print_table(checks, about)
     out = chosen.out or TREE / ("build/performance" if chosen.quick or chosen.only else "docs/performance")
     out.mkdir(parents=True, exist_ok=True)

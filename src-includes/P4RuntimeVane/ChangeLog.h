@@ -4,30 +4,78 @@
 //   2       10.0.0.0/8       0  the entry exists (was added or changed)
 //   5       10.1.0.0/16      1  the entry was removed
 //
-// Invariants: a key has at most one node, at its latest change; it stands in the key map exactly
-// when it stands in the change map, and with the same index. Indices only grow. Every key that has
-// changed above oldest() is there; what lies at or below it has been pruned. docs/change-log.md
-// tells how readers use this.
+// Invariants: a key has at most one change here, its latest; it is found by its key exactly when it
+// is found by its index. Indices only grow. Every key that has changed above oldest() is there;
+// what lies at or below it has been pruned. docs/change-log.md tells how readers use this.
+//
+// Because indices only grow, the map from index to key is a list to whose end every change is
+// appended, in blocks of memory that do not move. A key that changes again leaves a grave at its
+// old place; when there are more graves than changes the list closes up. The map from key to index
+// has the list's places: chains, of which each change holds its own link.
+//
+//   heads   . . 5 . . 3 .      by the key's hash; one for each key that the log was made for
+//                 |     |
+//   places  1 2 3 4 5         + is a grave
+//           . + . + .
+//                 ^----- the end: the next change comes here
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <map>
-#include <unordered_map>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace P4RuntimeVane {
 
 template <class Key, class Hash>
 class ChangeLog {
- public:
-  using Changes = std::map<uint64_t, Key>;
-  using Position = typename Changes::const_iterator;
+  static_assert(std::is_nothrow_copy_constructible_v<Key> && std::is_trivially_destructible_v<Key>);
 
-  // With room for `keys` keys before the key map has to grow.
-  explicit ChangeLog(size_t keys, Hash hash = Hash()) : keys_(keys, std::move(hash)) {
-    keys_.max_load_factor(1.0F);
-  }
+  // A place in the list, from 0.
+  using Place = uint32_t;
+
+ public:
+  // The latest change of a key.
+  class Change {
+   public:
+    Change(uint64_t changeIndex, const Key& changedKey) : index(changeIndex), key(changedKey) {}
+    uint64_t index;
+    Key key;
+
+   private:
+    friend class ChangeLog;
+    // Of a change: the next of its chain, counted from 1, or 0. Of a grave: its mark, and a place
+    // above with nothing but graves between, which is moved up by whoever finds a higher one.
+    mutable Place link = 0;
+  };
+
+  // Good until the log changes.
+  class Position {
+   public:
+    const Change& operator*() const { return log_->at(place_); }
+    const Change* operator->() const { return &log_->at(place_); }
+    Position& operator++() {
+      place_ = log_->changeFrom(place_ + 1);
+      return *this;
+    }
+    bool operator==(const Position&) const = default;
+
+   private:
+    friend class ChangeLog;
+    Position(const ChangeLog* log, Place place) : log_(log), place_(place) {}
+    const ChangeLog* log_;
+    Place place_;
+  };
+
+  // With room for `keys` keys before the heads have to become more.
+  explicit ChangeLog(size_t keys, Hash hash = Hash())
+      : hash_(std::move(hash)), heads_(std::bit_ceil(std::max<size_t>(keys, 1))) {}
 
   static constexpr bool isRemoval(uint64_t index) { return (index & 1) != 0; }
 
@@ -36,16 +84,25 @@ class ChangeLog {
   // The index of the latest change.
   uint64_t latest() const { return latestChangeIdx_; }
   // The number of keys in the log.
-  size_t size() const { return changes_.size(); }
+  size_t size() const { return size_; }
 
   // The key has changed; returns the change's index. On an exception the log is as it was.
   uint64_t record(const Key& key, bool removed) {
     const uint64_t index = next(removed);
-    if (const auto known = keys_.find(key); known != keys_.end()) {
-      move(known->second, index);
-      known->second = index;
+    Place* link = linkTo(key);
+    if (*link != 0 && *link == end_) {
+      at(end_ - 1).index = index;
+    } else if (*link != 0) {
+      if (makeRoomAtEnd()) link = linkTo(key);
+      const Place old = *link - 1;
+      *link = at(old).link;
+      append(index, key);
+      bury(old);
     } else {
-      insert(index, key);
+      if (size_ == heads_.count) moreHeads();
+      makeRoomAtEnd();
+      append(index, key);
+      ++size_;
     }
     latestChangeIdx_ = index;
     return index;
@@ -53,58 +110,163 @@ class ChangeLog {
 
   // A change could not be recorded. It takes an index all the same and the log lets everything go
   // up to there, so that whoever asks for it is told to read the table afresh.
-  void lose() noexcept {
-    changes_.clear();
-    keys_.clear();
-    oldestChangeIdx_ = latestChangeIdx_ = next(false);
-  }
+  void lose() noexcept { prune(latestChangeIdx_ = next(false)); }
 
   // Drops the changes up to and including `index`.
-  void prune(uint64_t index) {
-    while (!changes_.empty() && changes_.begin()->first <= index) {
-      keys_.erase(changes_.begin()->second);
-      changes_.erase(changes_.begin());
+  void prune(uint64_t index) noexcept {
+    while (first_ != end_ && at(first_).index <= index) {
+      Place* const link = linkTo(at(first_).key);
+      *link = at(first_).link;
+      --size_;
+      firstIs(changeFrom(first_ + 1));
     }
     oldestChangeIdx_ = index;
   }
 
   // The first change above `index`.
-  Position after(uint64_t index) const { return changes_.upper_bound(index); }
-  Position end() const { return changes_.end(); }
+  Position after(uint64_t index) const {
+    // Readers are for the most part not far behind: from the end back in growing steps, and then by
+    // halves.
+    const Place places = end_ - first_;
+    Place step = 1;
+    while (step <= places && at(end_ - step).index > index) step *= 2;
+    Place low = step <= places ? end_ - step + 1 : first_;
+    Place high = end_ - step / 2;
+    while (low < high) {
+      const Place middle = low + (high - low) / 2;
+      if (at(middle).index > index) {
+        high = middle;
+      } else {
+        low = middle + 1;
+      }
+    }
+    return {this, changeFrom(low)};
+  }
+  Position end() const { return {this, end_}; }
   // The index at which the key stands; 0 for a key that is not in the log.
   uint64_t indexOf(const Key& key) const {
-    const auto known = keys_.find(key);
-    return known == keys_.end() ? 0 : known->second;
+    const Place found = *const_cast<ChangeLog*>(this)->linkTo(key);
+    return found == 0 ? 0 : at(found - 1).index;
   }
 
  private:
+  static constexpr Place grave = Place{1} << 31;
+  static constexpr Place blockPlaces = 1024;
+
+  struct Deallocate {
+    void operator()(Change* block) const {
+      std::allocator<Change>().deallocate(block, blockPlaces);
+    }
+  };
+  using Block = std::unique_ptr<Change, Deallocate>;
+
+  // Memory that is zero, and is not there before it is written to.
+  struct Heads {
+    struct Free {
+      void operator()(Place* places) const { std::free(places); }
+    };
+    explicit Heads(size_t heads)
+        : places(static_cast<Place*>(std::calloc(heads, sizeof(Place)))), count(heads) {
+      if (!places) throw std::bad_alloc();
+    }
+    std::unique_ptr<Place, Free> places;  // counted from 1; 0: none
+    size_t count;                         // a power of two
+  };
+
   // Above the latest by 1, 2 or 3.
   uint64_t next(bool removed) const {
     const uint64_t index = latestChangeIdx_ + 2;
     return removed ? index | 1 : index & ~uint64_t{1};
   }
 
-  // The node itself moves to the top: a key that changes again allocates nothing.
-  void move(uint64_t from, uint64_t to) {
-    auto node = changes_.extract(from);
-    node.key() = to;
-    changes_.insert(changes_.end(), std::move(node));
+  Change& at(Place place) { return blocks_[place / blockPlaces].get()[place % blockPlaces]; }
+  const Change& at(Place place) const {
+    return blocks_[place / blockPlaces].get()[place % blockPlaces];
   }
 
-  void insert(uint64_t index, const Key& key) {
-    const auto node = changes_.emplace_hint(changes_.end(), index, key);
-    try {
-      keys_.emplace(key, index);
-    } catch (...) {
-      changes_.erase(node);
-      throw;
+  // Multiplied, so that its upper bits are good ones whatever the hash's are.
+  Place& headOf(const Key& key) {
+    const uint64_t spread = uint64_t{hash_(key)} * 0x9E3779B97F4A7C15;
+    return heads_.places.get()[(spread >> 32) & (heads_.count - 1)];
+  }
+  // What points to the key's change, or would.
+  Place* linkTo(const Key& key) {
+    Place* link = &headOf(key);
+    while (*link != 0 && !(at(*link - 1).key == key)) link = &at(*link - 1).link;
+    return link;
+  }
+  void linkIn(Place place) {
+    Place& head = headOf(at(place).key);
+    at(place).link = std::exchange(head, place + 1);
+  }
+
+  // requires: room at the end.
+  void append(uint64_t index, const Key& key) {
+    std::construct_at(&at(end_), index, key);
+    linkIn(end_++);
+  }
+
+  void bury(Place place) {
+    at(place).link = grave | (place + 1);
+    if (place == first_) firstIs(changeFrom(place));
+  }
+  // The place, or the lowest above it, that is no grave.
+  Place changeFrom(Place place) const {
+    Place found = place;
+    while (found != end_ && (at(found).link & grave) != 0) found = at(found).link & ~grave;
+    while (place != found) place = std::exchange(at(place).link, grave | found) & ~grave;
+    return found;
+  }
+  // What lies before the first change is given back, block by block.
+  void firstIs(Place first) {
+    for (Place block = first_ / blockPlaces; block < first / blockPlaces; ++block) {
+      blocks_[block].reset();
     }
+    first_ = first;
+  }
+
+  // Returns whether changes have moved.
+  bool makeRoomAtEnd() {
+    if (end_ % blockPlaces != 0) return false;
+    const bool closesUp = end_ - size_ > size_ + blockPlaces;
+    if (closesUp) closeUp();
+    if (end_ == blocks_.size() * blockPlaces) {
+      blocks_.push_back(Block(std::allocator<Change>().allocate(blockPlaces)));
+    }
+    return closesUp;
+  }
+
+  // The changes move down to the first places, in their order.
+  void closeUp() noexcept {
+    const Place gone = first_ / blockPlaces * blockPlaces;
+    for (Place from = first_; from != end_; from = changeFrom(from + 1)) headOf(at(from).key) = 0;
+    blocks_.erase(blocks_.begin(), blocks_.begin() + gone / blockPlaces);
+    first_ -= gone;
+    end_ -= gone;
+    Place to = 0;
+    for (Place from = first_; from != end_; ++from) {
+      if ((at(from).link & grave) != 0) continue;
+      if (from != to) std::construct_at(&at(to), at(from));
+      linkIn(to++);
+    }
+    first_ = 0;
+    end_ = to;
+    blocks_.resize((end_ + blockPlaces - 1) / blockPlaces);
+  }
+
+  void moreHeads() {
+    heads_ = Heads(heads_.count * 2);
+    for (Place place = first_; place != end_; place = changeFrom(place + 1)) linkIn(place);
   }
 
   uint64_t oldestChangeIdx_ = 1;
   uint64_t latestChangeIdx_ = 1;
-  Changes changes_;
-  std::unordered_map<Key, uint64_t, Hash> keys_;
+  std::vector<Block> blocks_;
+  Place first_ = 0;  // the lowest change, or the end
+  Place end_ = 0;
+  size_t size_ = 0;
+  Hash hash_;
+  Heads heads_;
 };
 
 }  // namespace P4RuntimeVane

@@ -338,13 +338,13 @@ class TableAdapter<Adapter, T>::ChangeIterator final : public Vane::VaChangeIter
     return *this;
   }
   Vane::BasicVaTableChange operator*() override {
-    const auto& [index, key] = *position_;
-    if (Log::isRemoval(index)) {
-      refill<T>(scratchRow_, entryOfOnly<T>(key));
-      return {index, Vane::ChangeKind::removed, scratchRow_};
+    const auto& change = *position_;
+    if (Log::isRemoval(change.index)) {
+      refill<T>(scratchRow_, entryOfOnly<T>(change.key));
+      return {change.index, Vane::ChangeKind::removed, scratchRow_};
     }
-    refill<T>(scratchRow_, lookUp<T>(mapOf<T>(table_), key));
-    return {index, Vane::ChangeKind::exists, scratchRow_};
+    refill<T>(scratchRow_, lookUp<T>(mapOf<T>(table_), change.key));
+    return {change.index, Vane::ChangeKind::exists, scratchRow_};
   }
   bool operator==(const VaChangeIteratorImpl& other) const override {
     return position_ == dynamic_cast<const ChangeIterator&>(other).position_;

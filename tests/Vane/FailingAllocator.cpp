@@ -1,5 +1,6 @@
 #include "tests/Vane/FailingAllocator.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #if defined(__has_feature)
@@ -20,6 +21,7 @@ const bool isOurs = ROWS_OWN_ALLOCATOR;
 constinit thread_local int allocationsUntilFailure = 0;
 constinit thread_local bool staysExhausted = false;
 constinit thread_local long liveBlocks = 0;
+constinit thread_local size_t longestBlock = 0;
 constinit thread_local int callocCalls = 0;
 constinit thread_local int reallocCalls = 0;
 
@@ -30,7 +32,8 @@ namespace {
 
 using FailingAllocator::liveBlocks;
 
-bool failsNow() {
+bool failsNow(size_t size) {
+  FailingAllocator::longestBlock = std::max(FailingAllocator::longestBlock, size);
   int& left = FailingAllocator::allocationsUntilFailure;
   if (left == 0) return false;
   if (left > 0 && --left > 0) return false;
@@ -51,14 +54,16 @@ void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 void __libc_free(void* block);
 
-void* malloc(size_t size) noexcept { return failsNow() ? nullptr : counted(__libc_malloc(size)); }
+void* malloc(size_t size) noexcept {
+  return failsNow(size) ? nullptr : counted(__libc_malloc(size));
+}
 void* calloc(size_t count, size_t size) noexcept {
   ++FailingAllocator::callocCalls;
-  return failsNow() ? nullptr : counted(__libc_calloc(count, size));
+  return failsNow(count * size) ? nullptr : counted(__libc_calloc(count, size));
 }
 void* realloc(void* block, size_t size) noexcept {
   ++FailingAllocator::reallocCalls;
-  if (failsNow()) return nullptr;
+  if (failsNow(size)) return nullptr;
   if (block != nullptr) --liveBlocks;
   return counted(__libc_realloc(block, size));
 }

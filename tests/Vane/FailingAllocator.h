@@ -22,8 +22,9 @@ extern const bool isOurs;
 
 // Of the calling thread.
 extern constinit thread_local int allocationsUntilFailure;  // 0: none is to fail
-extern constinit thread_local bool staysExhausted;           // then all that follow fail, too
+extern constinit thread_local bool staysExhausted;          // then all that follow fail, too
 extern constinit thread_local long liveBlocks;
+extern constinit thread_local size_t longestBlock;  // bytes; of all that were asked for
 extern constinit thread_local int callocCalls;
 extern constinit thread_local int reallocCalls;
 
@@ -45,8 +46,8 @@ inline bool isOfMemory(const std::string& error) {
 enum class Memory { failsOnce, isExhausted };
 inline constexpr Memory memories[] = {Memory::failsOnce, Memory::isExhausted};
 
-// Runs `action` with its nth allocation failing. Returns what it threw, "" if it went on without that
-// memory, or nothing if it took fewer allocations.
+// Runs `action` with its nth allocation failing. Returns what it threw, "" if it went on without
+// that memory, or nothing if it took fewer allocations.
 std::optional<std::string> failNth(int nth, Memory memory, auto&& action) {
   char error[200] = "";  // on the stack: what is counted is the action's alone
   bool reached = false;

@@ -5,8 +5,9 @@
 #include <functional>
 #include <map>
 #include <random>
-#include <stdexcept>
 #include <vector>
+
+#include "tests/Vane/FailingAllocator.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ using Nodes = std::vector<std::pair<uint64_t, uint32_t>>;
 template <class L>
 Nodes nodes(const L& log) {
   Nodes found;
-  for (auto at = log.after(0); at != log.end(); ++at) found.emplace_back(at->first, at->second);
+  for (auto at = log.after(0); at != log.end(); ++at) found.emplace_back(at->index, at->key);
   return found;
 }
 
@@ -72,9 +73,9 @@ TEST(ChangeLog, APositionStandsAboveTheIndexItIsAskedFor) {
   Log log(8);
   log.record(1, false);
   log.record(2, false);
-  EXPECT_EQ(log.after(1)->first, 2u);
-  EXPECT_EQ(log.after(2)->first, 4u);
-  EXPECT_EQ(log.after(3)->first, 4u);
+  EXPECT_EQ(log.after(1)->index, 2u);
+  EXPECT_EQ(log.after(2)->index, 4u);
+  EXPECT_EQ(log.after(3)->index, 4u);
   EXPECT_EQ(log.after(4), log.end());
 }
 
@@ -116,36 +117,77 @@ TEST(ChangeLog, HoldsMoreKeysThanItHasRoomFor) {
   for (uint32_t key = 0; key < 1000; ++key) EXPECT_EQ(log.indexOf(key), 2 + 2 * key);
 }
 
-// Counts down while keys are copied, and refuses the copy at which it reaches 0.
-struct Fragile {
-  static inline int copiesLeft = -1;
-  uint32_t value = 0;
+TEST(ChangeLog, TheKeyThatChangedLastStaysWhereItIs) {
+  Log log(8);
+  log.record(1, false);
+  log.record(2, false);
+  log.record(2, true);
+  log.record(2, false);
+  EXPECT_EQ(nodes(log), (Nodes{{2, 1}, {8, 2}}));
+  EXPECT_EQ(log.after(2)->index, 8u);
+}
 
-  explicit Fragile(uint32_t v) : value(v) {}
-  Fragile(const Fragile& other) : value(other.value) {
-    if (copiesLeft >= 0 && copiesLeft-- == 0) throw std::runtime_error("no room for a key");
+// More changes than a block of the list holds, each leaving its key's old place behind.
+TEST(ChangeLog, KeysThatChangeInTurnStayInTheOrderOfTheirChanges) {
+  constexpr uint32_t keys = 700;
+  Log log(keys);
+  for (uint32_t round = 0; round < 20; ++round) {
+    for (uint32_t key = 0; key < keys; ++key) log.record(key, false);
   }
-  Fragile& operator=(const Fragile&) = delete;
-  bool operator==(const Fragile&) const = default;
-  struct Hash {
-    size_t operator()(const Fragile& key) const { return key.value; }
-  };
-};
+  const uint64_t before = log.latest() - 2 * keys;
+  Nodes expected;
+  for (uint32_t key = 0; key < keys; ++key) expected.emplace_back(before + 2 * (key + 1), key);
+  EXPECT_EQ(nodes(log), expected);
+  for (uint32_t key = 0; key < keys; ++key) {
+    ASSERT_EQ(log.after(expected[key].first - 1)->key, key);
+  }
+}
 
-// A new key is copied twice, once into each map; either copy may find no memory.
+TEST(ChangeLog, IsFoundFromAnyIndexThoughMostOfWhatWasThereHasMoved) {
+  constexpr uint32_t keys = 3000;
+  Log log(keys);
+  for (uint32_t key = 0; key < keys; ++key) log.record(key, false);      // 2, 4, ... 6000
+  for (uint32_t key = 1; key + 1 < keys; ++key) log.record(key, false);  // all but the ends
+  EXPECT_EQ(log.after(0)->key, 0u);
+  for (uint64_t index = 2; index < 2 * keys; ++index) {
+    ASSERT_EQ(log.after(index)->key, keys - 1) << index;
+  }
+  EXPECT_EQ(log.after(2 * keys)->key, 1u);
+  log.prune(2 * keys);
+  EXPECT_EQ(log.size(), keys - 2);
+  EXPECT_EQ(log.after(0)->key, 1u);
+}
+
+TEST(ChangeLog, GivesBackTheMemoryOfWhatHasBeenPruned) {
+  if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+  Log log(8);
+  const long before = FailingAllocator::liveBlocks;
+  for (uint32_t key = 0; key < 100000; ++key) {
+    log.record(key % 8, false);
+    log.prune(log.latest() - 8);
+  }
+  EXPECT_LE(FailingAllocator::liveBlocks - before, 4);
+}
+
+// Wherever the memory for a change ends.
 TEST(ChangeLog, AChangeThatCannotBeHeldLeavesTheLogAsItWas) {
-  for (int refused = 0; refused < 2; ++refused) {
-    ChangeLog<Fragile, Fragile::Hash> log(8);
-    log.record(Fragile(1), false);
-    Fragile::copiesLeft = refused;
-    EXPECT_THROW(log.record(Fragile(2), false), std::runtime_error);
-    Fragile::copiesLeft = -1;
-    EXPECT_EQ(log.size(), 1u);
-    EXPECT_EQ(log.latest(), 2u);
-    EXPECT_EQ(log.indexOf(Fragile(2)), 0u);
-    EXPECT_EQ(log.record(Fragile(2), true), 5u);
-    EXPECT_EQ(log.after(2)->second.value, 2u);
+  if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+  Log log(1);
+  Nodes expected;
+  size_t failures = 0;
+  for (uint32_t key = 0; key < 5000; ++key) {
+    const uint64_t latest = log.latest();
+    const auto errors = FailingAllocator::failEach([&] { log.record(key, false); },
+                                                   [&] {
+                                                     EXPECT_EQ(log.size(), key);
+                                                     EXPECT_EQ(log.latest(), latest);
+                                                     EXPECT_EQ(log.indexOf(key), 0u);
+                                                   });
+    failures += errors.size();
+    expected.emplace_back(2 * (key + 1), key);
   }
+  EXPECT_GE(failures, 15u);  // five blocks, and the heads doubled thirteen times
+  EXPECT_EQ(nodes(log), expected);
 }
 
 // The slow telling of the same log: a list of every change ever made.

@@ -109,7 +109,7 @@ class Universe {
 
   void grow(size_t step) {
     const std::string shared = fromEnvironment("ROUTING_BENCH_DIR");
-    const fs::path file = fs::path(shared) / ("prefixes-" + std::to_string(step));
+    const fs::path file = fs::path(shared) / std::string("prefixes-").append(std::to_string(step));
     Prefixes& all = all_[step];
     if (!shared.empty() && load(file, all)) return;
     if (step == 0) {

@@ -107,18 +107,19 @@ def measure_p4runtime(figures, bin_, directory, repetitions):
 
 
 def measure_readers(figures, bin_, directory, repetitions):
-    memory = {}
+    few = {}
     with Agent(bin_, directory) as agent:
         agent.program(FEW)
         for name, command in readers(agent).items():
-            memory[name] = streamed(command, FEW)[2]
+            few[name] = streamed(command, FEW)[2]
+    with Agent(bin_, directory) as agent:
         agent.program(MANY)
         for name, command in readers(agent).items():
             for _ in range(repetitions):
                 first, seconds, most = streamed(command, MANY)
                 figures.add(name, seconds * 1e9 / MANY)
                 figures.add(f"{name}#first_ms", first * 1e3)
-                figures.add(f"{name}#memory_growth", most / max(memory[name], 1))
+                figures.add(f"{name}#memory_growth", most / max(few[name], 1))
 
 
 def own_share(figures, bin_, directory):
@@ -135,8 +136,16 @@ def own_share(figures, bin_, directory):
 
 
 def measure(figures, bin_, directory, quick):
+    """What went wrong, one text each; the other figures are there all the same."""
     repetitions = 1 if quick else 5
-    measure_p4runtime(figures, bin_, directory, repetitions)
-    measure_readers(figures, bin_, directory, repetitions)
+    parts = [lambda: measure_p4runtime(figures, bin_, directory, repetitions),
+             lambda: measure_readers(figures, bin_, directory, repetitions)]
     if not quick and shutil.which("valgrind"):
-        own_share(figures, bin_, directory)
+        parts.append(lambda: own_share(figures, bin_, directory))
+    failures = []
+    for part in parts:
+        try:
+            part()
+        except (RuntimeError, OSError, ValueError, subprocess.CalledProcessError) as failure:
+            failures.append(str(failure))
+    return failures

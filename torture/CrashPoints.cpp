@@ -166,10 +166,11 @@ class CrashPointCampaign {
         fmt::print("{:<36} {:<40} {:>6}\n", operation.name, points_[point]->name, times);
       }
     }
-    std::set<size_t> killedAt;
+    if (slowness == 1) killedAt_.clear();
     for (const Death& death : all) {
-      // A slice has a kill at every point of every operation, if not each time it is reached.
-      const bool isNew = killedAt.insert(death.point).second;
+      // A slice has a kill at every point of every operation, if not each time it is reached; where
+      // all is slower, at every point of some operation.
+      const bool isNew = killedAt_.insert(death.point).second;
       if (setting_.slice && !isNew && !oneIn(6 * slowness)) continue;
       examiner.contextIs(fmt::format("{} killed at {}", operation.name, text(death)));
       doing(examiner.context());
@@ -216,7 +217,7 @@ class CrashPointCampaign {
     }
     const std::vector<Death> all = deaths(1);
     for (const Death& death : all) {
-      if (setting_.slice && !oneIn(8)) continue;
+      if (setting_.slice && !oneIn(8 * slowness)) continue;
       copyAgain();
       const Death again = all[random_() % all.size()];
       examiner.contextIs(fmt::format("{}, and its repair at {}", context, text(death)));
@@ -236,7 +237,7 @@ class CrashPointCampaign {
   const Setting& setting_;
   std::mt19937_64 random_;
   std::vector<CrashPoint*> points_;
-  std::set<size_t> met_;
+  std::set<size_t> met_, killedAt_;
   SharedMemory<Account> account_;
   Tally tally_;
 };

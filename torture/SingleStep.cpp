@@ -264,7 +264,7 @@ class SingleStepCampaign {
     }
   }
 
-  static constexpr uint64_t instructionsOfSlice = 40'000 / slowness;
+  static constexpr uint64_t instructionsOfSlice = 25'000 / slowness;
   static constexpr size_t repairsStepped = 2;  // of each operation; one has 50,000 instructions
 
   const Setting& setting_;

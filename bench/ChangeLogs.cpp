@@ -8,7 +8,6 @@
 #include "bench/Memory.h"
 #include "bench/SharedRoutes.h"
 #include "bench/Tables.h"
-#include "platform/Shoal/KeyHash.h"
 
 namespace Bench {
 namespace {
@@ -36,15 +35,8 @@ class MapsLog {
   }
 
  private:
-  struct Hash {
-    size_t operator()(const IpGenPrefix& key) const { return keyHash(key); }
-    static size_t keyHash(const IpGenPrefix& key) {
-      return static_cast<size_t>(
-          Shoal::keyHash(reinterpret_cast<const std::byte*>(&key), sizeof key));
-    }
-  };
   std::map<uint64_t, IpGenPrefix> changes_;
-  std::unordered_map<IpGenPrefix, uint64_t, Hash> indices_;
+  std::unordered_map<IpGenPrefix, uint64_t, PrefixHash> indices_;
   uint64_t latest_ = 1;
 };
 

@@ -129,7 +129,7 @@ class Universe {
 std::span<const IpGenPrefix> prefixes(size_t count) { return Universe::instance().part(0, count); }
 
 std::span<const IpGenPrefix> absentPrefixes(size_t count) {
-  return Universe::instance().part(count, count);
+  return Universe::instance().part(count, std::min<size_t>(count, 2000000));
 }
 
 std::string whichPrefixes() {

@@ -20,7 +20,7 @@ using P4RuntimeRouting::IpDestination;
 using Wire::IpGenPrefix;
 
 std::span<const IpGenPrefix> prefixes(size_t count);
-// As many others.
+// Others: as many, but no more than two million.
 std::span<const IpGenPrefix> absentPrefixes(size_t count);
 // "real, then generated" or "generated".
 std::string whichPrefixes();

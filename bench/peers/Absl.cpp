@@ -1,16 +1,10 @@
-// abseil's flat_hash_map, with its own hash.
+// abseil's flat_hash_map.
 #include <absl/container/flat_hash_map.h>
 
 #include "bench/Tables.h"
 
 namespace Bench {
 namespace {
-
-struct Hash {
-  size_t operator()(const IpGenPrefix& prefix) const {
-    return absl::HashOf(std::string_view(reinterpret_cast<const char*>(&prefix), sizeof prefix));
-  }
-};
 
 class AbslMap {
  public:
@@ -33,7 +27,7 @@ class AbslMap {
   uint64_t size() const { return map_.size(); }
 
  private:
-  absl::flat_hash_map<IpGenPrefix, IpDestination, Hash> map_;
+  absl::flat_hash_map<IpGenPrefix, IpDestination, PrefixHash> map_;
 };
 
 const MapSubjects<AbslMap> subjects(usualSizes());

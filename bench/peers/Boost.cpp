@@ -9,25 +9,17 @@
 #include <functional>
 
 #include "bench/Tables.h"
-#include "platform/Shoal/KeyHash.h"
 
 namespace Bench {
 namespace {
 
 namespace ipc = boost::interprocess;
 
-struct Hash {
-  size_t operator()(const IpGenPrefix& prefix) const {
-    return static_cast<size_t>(
-        Shoal::keyHash(reinterpret_cast<const std::byte*>(&prefix), sizeof prefix));
-  }
-};
-
 class BoostMap {
   using Pair = std::pair<const IpGenPrefix, IpDestination>;
   using Allocator = ipc::allocator<Pair, ipc::managed_mapped_file::segment_manager>;
-  using Map =
-      boost::unordered_map<IpGenPrefix, IpDestination, Hash, std::equal_to<IpGenPrefix>, Allocator>;
+  using Map = boost::unordered_map<IpGenPrefix, IpDestination, PrefixHash,
+                                   std::equal_to<IpGenPrefix>, Allocator>;
 
  public:
   static constexpr auto name = "Boost";
@@ -35,7 +27,7 @@ class BoostMap {
   explicit BoostMap(size_t routes)
       : file_(ipc::create_only, (directory_.path() / "map").c_str(), routes * 200 + (1 << 20)),
         lock_(*file_.construct<ipc::interprocess_sharable_mutex>("lock")()),
-        map_(*file_.construct<Map>("map")(16, Hash(), std::equal_to<IpGenPrefix>(),
+        map_(*file_.construct<Map>("map")(16, PrefixHash(), std::equal_to<IpGenPrefix>(),
                                           file_.get_segment_manager())) {}
   void set(const IpDestination& route) {
     const ipc::scoped_lock<ipc::interprocess_sharable_mutex> locked(lock_);

@@ -1,18 +1,10 @@
-// std::unordered_map, with the shared table's hash.
+// std::unordered_map.
 #include <unordered_map>
 
 #include "bench/Tables.h"
-#include "platform/Shoal/KeyHash.h"
 
 namespace Bench {
 namespace {
-
-struct Hash {
-  size_t operator()(const IpGenPrefix& prefix) const {
-    return static_cast<size_t>(
-        Shoal::keyHash(reinterpret_cast<const std::byte*>(&prefix), sizeof prefix));
-  }
-};
 
 class StdMap {
  public:
@@ -34,7 +26,7 @@ class StdMap {
   uint64_t size() const { return map_.size(); }
 
  private:
-  std::unordered_map<IpGenPrefix, IpDestination, Hash> map_;
+  std::unordered_map<IpGenPrefix, IpDestination, PrefixHash> map_;
 };
 
 const MapSubjects<StdMap> subjects(usualSizes());

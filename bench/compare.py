@@ -44,7 +44,7 @@ PART_32 = "^(" + "|".join(re.escape(name) for name in targets.SUBJECTS_32) + ")$
 
 
 class Figures(dict):
-    """Values of each figure by name; a figure that was not measured says so."""
+    """The values of each figure of one run, by name."""
 
     def add(self, name, value):
         self.setdefault(name, []).append(value)
@@ -54,6 +54,8 @@ class Figures(dict):
 
 
 class Medians(dict):
+    """One value for each figure; one that was not measured says so."""
+
     def __missing__(self, name):
         raise NotMeasured(name)
 
@@ -109,13 +111,15 @@ def machine(context):
     }
 
 
-def judged(check, medians):
+def judged(check, runs):
+    """The check's values, one for each run, and the verdict on the middle one."""
     try:
-        value = check.value(medians)
+        values = [check.value(medians) for medians in runs]
     except NotMeasured as missing:
-        return None, f"not measured: no {missing}"
+        return [], f"not measured: no {missing}"
+    value = statistics.median(values)
     held = value <= check.bound if check.sense == "<=" else value >= check.bound
-    return value, "met" if held else "missed"
+    return values, "met" if held else "missed"
 
 
 def spread(values):
@@ -134,6 +138,7 @@ def options():
     parser.add_argument("--prefixes", metavar="DIR", default=os.environ.get("ROUTING_PREFIXES", ""),
                         help="lists of real prefixes, one a line, plain or gzip (default: $ROUTING_PREFIXES)")
     parser.add_argument("--repetitions", type=int, default=5, metavar="N", help="turns of each subject (default: 5)")
+    parser.add_argument("--runs", type=int, default=1, metavar="N", help="do it all so many times (default: 1)")
     parser.add_argument("--only", action="append", choices=[*PARTS, *FULL_PARTS, "32 bits", "programs"],
                         help="this part; may be repeated")
     parser.add_argument("--out", type=pathlib.Path, metavar="DIR",
@@ -144,7 +149,9 @@ def options():
                         help="the benchmarks as a 32-bit program (default: without)")
     chosen = parser.parse_args()
     if chosen.repetitions < 5:
-        parser.error("--repetitions: expected 5 or more")
+        parser.error(f"--repetitions: expected 5 or more, found {chosen.repetitions}")
+    if chosen.runs < 1:
+        parser.error(f"--runs: expected 1 or more, found {chosen.runs}")
     return chosen
 
 
@@ -178,21 +185,27 @@ def main():
     os.environ["ROUTING_BENCH_DIR"] = directory
     if chosen.prefixes:
         os.environ["ROUTING_PREFIXES"] = str(pathlib.Path(chosen.prefixes).resolve())
+    figures, failures = [], []
     try:
-        figures, context, failures = measure(chosen, directory)
+        for _ in range(chosen.runs):
+            measured, context, failed = measure(chosen, directory)
+            figures.append(measured)
+            failures += failed
     finally:
         shutil.rmtree(directory, ignore_errors=True)
-    medians = figures.medians()
-    checks = [(check, *judged(check, medians)) for check in targets.CHECKS]
+    runs = [measured.medians() for measured in figures]
+    checks = [(check, *judged(check, runs)) for check in targets.CHECKS]
     about = machine(context) | {"load when it began": f"{load:.1f}", "date": time.strftime("%Y-%m-%d"),
-                                "repetitions": str(chosen.repetitions), "quick": str(chosen.quick).lower()}
+                                "runs": str(chosen.runs), "repetitions": str(chosen.repetitions), "quick": str(chosen.quick).lower()}
     if chosen.only:
-        checks = [entry for entry in checks if entry[1] is not None]
+        checks = [entry for entry in checks if entry[1]]
     report.print_table(checks, about)
     out = chosen.out or TREE / ("build/performance" if chosen.quick or chosen.only else "docs/performance")
     out.mkdir(parents=True, exist_ok=True)
     report.write_json(out / "figures.json", checks, about, figures, spread)
     report.write_chart(out / "targets.svg", checks, about)
+    if out == TREE / "docs/performance":
+        report.write_page(out.parent / "performance.md", checks, about)
     print(f"\nfigures and chart: {out}/figures.json, {out}/targets.svg")
     if failures:
         sys.exit("bench: not measured: " + "\nbench: not measured: ".join(failures))

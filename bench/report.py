@@ -7,8 +7,6 @@ import statistics
 
 
 def shown(value, unit):
-    if value is None:
-        return "-"
     if unit == "/s":
         return f"{value:,.0f} /s"
     if unit == "x":
@@ -16,26 +14,58 @@ def shown(value, unit):
     return f"{value:.1f} {unit}".rstrip() if unit else f"{value:g}"
 
 
+def middle(check, values):
+    return shown(statistics.median(values), check.unit) if values else "-"
+
+
+def between(check, values):
+    """The lowest and the highest of several runs."""
+    return f"{shown(min(values), check.unit)} - {shown(max(values), check.unit)}" if len(values) > 1 else ""
+
+
+def tally(checks):
+    words = [verdict.split(":")[0] for _, _, verdict in checks]
+    return ", ".join(f"{words.count(word)} {word}" for word in ("met", "missed", "not measured"))
+
+
 def print_table(checks, about):
     for name, value in about.items():
         print(f"{name}: {value}")
-    print(f"\n{'#':>2}  {'figure':<46} {'target':<14} {'measured':>14}  verdict")
-    for check, value, verdict in checks:
-        print(f"{check.row:>2}  {check.figure:<46} {check.wanted:<14} {shown(value, check.unit):>14}  {verdict}")
-    tally = [verdict.split(":")[0] for _, _, verdict in checks]
-    print("\n" + ", ".join(f"{tally.count(word)} {word}" for word in ("met", "missed", "not measured")))
+    print(f"\n{'#':>2}  {'figure':<46} {'target':<14} {'measured':>14}  {'verdict':<14} runs")
+    for check, values, verdict in checks:
+        print(f"{check.row:>2}  {check.figure:<46} {check.wanted:<14} {middle(check, values):>14}  {verdict:<14} "
+              f"{between(check, values)}".rstrip())
+    print("\n" + tally(checks))
 
 
-def write_json(path, checks, about, figures, spread):
+def write_json(path, checks, about, runs, spread):
+    def summary(name):
+        values = [value for figures in runs for value in figures.get(name, [])]
+        return {"median": round(statistics.median(values), 3), "spread": round(spread(values), 3),
+                "values": [round(value, 3) for value in values]}
+
     path.write_text(json.dumps({
         "about": about,
         "targets": [{"row": check.row, "figure": check.figure, "target": check.wanted,
-                     "measured": None if value is None else round(value, 4), "unit": check.unit,
-                     "verdict": verdict} for check, value, verdict in checks],
-        "figures": {name: {"median": round(statistics.median(values), 3), "spread": round(spread(values), 3),
-                           "values": [round(value, 3) for value in values]}
-                    for name, values in sorted(figures.items())},
+                     "measured": [round(value, 4) for value in values], "unit": check.unit, "verdict": verdict}
+                    for check, values, verdict in checks],
+        "figures": {name: summary(name) for name in sorted(set().union(*runs))},
     }, indent=1) + "\n")
+
+
+BEGIN, END = "<!-- written by ./dev bench: begin -->", "<!-- end -->"
+
+
+def write_page(path, checks, about):
+    """Exchanges the table in the page of figures."""
+    before, _, rest = path.read_text().partition(BEGIN)
+    _, _, after = rest.partition(END)
+    lines = ["", "| " + " | ".join(about) + " |", "|" + "---|" * len(about),
+             "| " + " | ".join(about.values()) + " |", "",
+             "| # | figure | target | measured | lowest and highest run | verdict |", "|---|---|---|---|---|---|"]
+    lines += [f"| {check.row} | {check.figure} | {check.wanted.replace('<', '&lt;')} | {middle(check, values)} "
+              f"| {between(check, values)} | {verdict} |" for check, values, verdict in checks]
+    path.write_text(before + BEGIN + "\n".join(lines) + f"\n\n{tally(checks)}.\n" + END + after)
 
 
 def instruction_figures(path):
@@ -53,7 +83,7 @@ def instruction_figures(path):
 # The chart: a bar for each check that was measured. Its length is how often the bound goes into the
 # figure, or the figure into the bound where more is better, so that up to the line is good.
 
-WIDTH, LEFT, LINE_HEIGHT = 860, 330, 17
+WIDTH, LEFT, LINE_HEIGHT = 960, 330, 17
 DECADE = 210  # pixels for a factor of ten
 ONE = LEFT + 230  # where the bound is
 
@@ -62,11 +92,11 @@ def excess(check, value):
     if check.bound == 0:
         return 0.1 if value == 0 else 10.0
     parts = value / check.bound if check.sense == "<=" else check.bound / max(value, 1e-12)
-    return min(max(parts, 0.1), 14.0)
+    return min(max(parts, 0.1), 10.0)
 
 
 def write_chart(path, checks, about):
-    measured = [entry for entry in checks if entry[1] is not None]
+    measured = [(check, statistics.median(values), verdict) for check, values, verdict in checks if values]
     height = 64 + LINE_HEIGHT * len(measured)
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{WIDTH}" height="{height}" font-family="sans-serif" '

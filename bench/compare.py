@@ -93,6 +93,13 @@ def run_part(program, name, filter_, repetitions, seconds, directory):
     return json.loads(out.read_text() or '{"benchmarks": []}')
 
 
+def commit():
+    """What was measured: the commit, with a mark when the tree has changes that are in none."""
+    done = subprocess.run(["git", "-C", TREE, "describe", "--always", "--dirty"], stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, text=True)
+    return done.stdout.strip() or "unknown"
+
+
 def machine(context):
     model = "unknown processor"
     for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
@@ -106,6 +113,7 @@ def machine(context):
         "kernel": os.uname().release,
         "compiler": context.get("compiler", ""),
         "build": "Release",
+        "commit": commit(),
         "prefixes": context.get("prefixes", ""),
         "peers not here": context.get("peers_not_here", "") or "none",
     }

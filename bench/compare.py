@@ -11,6 +11,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import statistics
 import subprocess
 import sys
@@ -158,6 +159,12 @@ def options():
     chosen = parser.parse_args()
     if chosen.repetitions < 5:
         parser.error(f"--repetitions: expected 5 or more, found {chosen.repetitions}")
+    if chosen.prefixes and not pathlib.Path(chosen.prefixes).is_dir():
+        parser.error(f"--prefixes: expected a directory with lists of prefixes, found \"{chosen.prefixes}\"")
+    if chosen.program_32 and not chosen.program_32.exists():
+        parser.error(f"--program-32: expected a program, found nothing at \"{chosen.program_32}\"")
+    if not (chosen.build / "bin/benchmarks").exists():
+        parser.error(f"--build: expected a build with bin/benchmarks, found none in \"{chosen.build}\"")
     if chosen.runs < 1:
         parser.error(f"--runs: expected 1 or more, found {chosen.runs}")
     return chosen
@@ -188,6 +195,7 @@ def measure(chosen, directory):
 
 def main():
     chosen = options()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("bench: ended by a signal"))  # and tidies up
     load = os.getloadavg()[0]
     directory = tempfile.mkdtemp(prefix="routing-bench-", dir="/dev/shm")
     os.environ["ROUTING_BENCH_DIR"] = directory

@@ -17,6 +17,9 @@ TABLE = pathlib.Path(__file__).resolve().parent / "instructions.txt"
 TOLERANCE = 0.05
 SKIPPED = 77  # what ctest takes for a test that could not be run
 
+# The same functions of the C library on every machine, whatever its processor has; and no lists of prefixes.
+ENVIRONMENT = {"PATH": "/usr/bin:/bin", "GLIBC_TUNABLES": "glibc.cpu.hwcaps=-AVX2,-ERMS,-FSRM"}
+
 HEADING = """# Instructions and allocations of one operation, counted by callgrind in an optimised build.
 # Compared by `./dev test`; written anew by `./dev bench --instructions --update`.
 """
@@ -36,7 +39,7 @@ def counted(program):
         done = subprocess.run(
             ["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}", "--collect-atstart=no",
              "--toggle-collect=measuredRounds", "--dump-after=measuredRounds", program],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env={"PATH": "/usr/bin:/bin"})
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=ENVIRONMENT)
         if done.returncode != 0:
             sys.exit(f"instructions: {program}: status {done.returncode}\n{done.stderr}")
         result = {}

@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <cstdio>
 #include <exception>
 
@@ -14,8 +12,9 @@ int main(int argc, char** argv) {
     auto services = Agent::makeServices(options);
     return Agent::P4rtAgent(std::move(options), std::move(services)).run();
   } catch (const std::exception& failure) {
-    // What keeps the agent from starting, or ends it, is for whoever started it.
-    fmt::print(stderr, "p4rt-agent: {}\n", failure.what());
+    // What keeps the agent from starting, or ends it, is for whoever started it; it is told without
+    // memory, which may be just what there is none of.
+    std::fprintf(stderr, "p4rt-agent: %s\n", failure.what());
     return 1;
   }
 }

@@ -45,4 +45,10 @@ std::vector<std::string> rowTypeNames() {
   return names;
 }
 
+void forgetRowTypeIds() {
+  for (const auto& [name, metadata] : descriptions()) {
+    if (metadata.forgetTypeId) metadata.forgetTypeId();
+  }
+}
+
 }  // namespace Vane

@@ -67,5 +67,7 @@ void installRowMetadata(RowMetadata metadata);
 const RowMetadata* rowMetadata(const std::string& typeName);
 // The names of the row types that have offered a description, sorted.
 std::vector<std::string> rowTypeNames();
+// Lets every row type ask for its id again: it was another database's. Takes no memory.
+void forgetRowTypeIds();
 
 }  // namespace Vane

@@ -121,9 +121,7 @@ std::shared_ptr<VaneDB> VaneDB::current() { return currentDB(); }
 void VaneDB::currentIs(std::shared_ptr<VaneDB> db) {
   if (db == currentDB()) return;
   currentDB() = std::move(db);
-  for (const auto& name : rowTypeNames()) {
-    if (const auto forget = rowMetadata(name)->forgetTypeId) forget();
-  }
+  forgetRowTypeIds();
 }
 
 BaseRow VaneDB::vaClass(const std::string& typeName) {

@@ -36,12 +36,13 @@ PARTS = {
 }
 FULL_PARTS = {
     "small tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap|Adapter[A-Za-z_]+|Bare_Sequential)[A-Za-z_]+/routes:(1000|100000)$",
-    "ten million": r"^BM_(Bare_Sequential[A-Za-z_]+|Table[A-Za-z_]+|Adapter[A-Za-z_]+|ChangeLogRecord_Fresh)/routes:10000000$",
 }
+# What is compared with itself at another size takes turns with that.
+GROWTH = r"^BM_(Table(Insert_Fresh|Find_Hit|Scan)|ChangeLogRecord_Fresh)/routes:10?000000$"
 # Without what no target is about.
 QUICK_PARTS = {"tables": r"^BM_(Table|Absl|Boost|Lmdb)[A-Za-z_]+/routes:1000000$"}
-# What a 32-bit program is asked: only what a target is about.
-PART_32 = "^(" + "|".join(re.escape(name) for name in targets.SUBJECTS_32) + ")$"
+# What a 32-bit program is asked, in turns with the 64-bit one: only what a target is about.
+WORD_SIZES = "^(" + "|".join(re.escape(name) for name in targets.SUBJECTS_32) + ")$"
 
 
 class Figures(dict):
@@ -82,6 +83,7 @@ def take(figures, document, mark=""):
 
 
 def run_part(program, name, filter_, repetitions, seconds, directory):
+    """What the program writes of the subjects that the filter chooses."""
     out = pathlib.Path(directory) / "part.json"
     command = [program, f"--benchmark_filter={filter_}", f"--benchmark_min_time={seconds}",
                f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true",
@@ -143,12 +145,12 @@ def spread(values):
 def options():
     parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--quick", action="store_true", help="in about two minutes: a million routes only")
+    parser.add_argument("--quick", action="store_true", help="in about two minutes: a million routes only, and 64 bits")
     parser.add_argument("--prefixes", metavar="DIR", default=os.environ.get("ROUTING_PREFIXES", ""),
                         help="lists of real prefixes, one a line, plain or gzip (default: $ROUTING_PREFIXES)")
     parser.add_argument("--repetitions", type=int, default=5, metavar="N", help="turns of each subject (default: 5)")
     parser.add_argument("--runs", type=int, default=1, metavar="N", help="do it all so many times (default: 1)")
-    parser.add_argument("--only", action="append", choices=[*PARTS, *FULL_PARTS, "32 bits", "programs"],
+    parser.add_argument("--only", action="append", choices=[*PARTS, *FULL_PARTS, "ten million", "32 bits", "programs"],
                         help="this part; may be repeated")
     parser.add_argument("--out", type=pathlib.Path, metavar="DIR",
                         help="where figures and chart go (default: docs/performance; --quick and --only: build/performance)")
@@ -175,16 +177,24 @@ def measure(chosen, directory):
     context, failures = {}, []
     bench = chosen.build / "bin/benchmarks"
     parts = {**PARTS, **QUICK_PARTS} if chosen.quick else {**PARTS, **FULL_PARTS}
-    wanted = chosen.only or [*parts, "32 bits", "programs"]
+    wanted = chosen.only or [*parts, "programs", *([] if chosen.quick else ["ten million", "32 bits"])]
     seconds = 0.02 if chosen.quick else 0.2
+
+    def part(name, filter_, program=bench, repetitions=chosen.repetitions, mark=""):
+        document = run_part(program, name, filter_, repetitions, seconds, directory)
+        if program == bench:
+            context.update(document["context"])
+        take(figures, document, mark)
+
     for name, filter_ in parts.items():
-        if name not in wanted:
-            continue
-        document = run_part(bench, name, filter_, chosen.repetitions, seconds, directory)
-        context = document.get("context", context)
-        take(figures, document)
+        if name in wanted:
+            part(name, filter_)
+    if "ten million" in wanted:
+        part("ten million", GROWTH, mark="growth ")
     if "32 bits" in wanted and chosen.program_32:
-        take(figures, run_part(chosen.program_32, "32 bits", PART_32, chosen.repetitions, seconds, directory), "m32 ")
+        for _ in range(chosen.repetitions):
+            part("64 bits", WORD_SIZES, repetitions=1, mark="m64 ")
+            part("32 bits", WORD_SIZES, chosen.program_32, repetitions=1, mark="m32 ")
     if "programs" in wanted:
         started = time.monotonic()
         failures = programs.measure(figures, chosen.build / "bin", directory, chosen.quick)

@@ -20,6 +20,11 @@ def ratio(over, under, *more):
     return lambda f: f[over] / sum(f[name] for name in (under, *more))
 
 
+def growth(name):
+    """Ten million routes to one million, as they were measured in turns."""
+    return ratio(f"growth {name}/routes:10000000", f"growth {name}{MILLION}")
+
+
 def figure(name, scale=1.0):
     return lambda f: f[name] * scale
 
@@ -74,7 +79,7 @@ CHECKS = [
     most(6, "look-up of an absent key", "<= 45 ns", figure(at("BM_TableFind_Absent")), 45, "ns"),
     most(7, "scan, to a sequential read of its bytes", "<= 1.5",
          ratio(at("BM_TableScan"), at("BM_Bare_SequentialRead")), 1.5),
-    most(7, "scan of 10M, to 1M, per entry", "<= 1.05", ratio("BM_TableScan/routes:10000000", at("BM_TableScan")), 1.05),
+    most(7, "scan of 10M, to 1M, per entry", "<= 1.05", growth("BM_TableScan"), 1.05),
     most(8, "scan with rows, to the bare allocation", "<= 1.3", ratio(at("BM_AdapterScan_Rows"), ALLOCATION), 1.3),
     most(9, "row(key), to look-up and row", "<= 1.15", ratio(at("BM_AdapterRow_Hit"), HIT, MAKE), 1.15),
     most(9, "find(key), to look-up and row", "<= 1.15", ratio(at("BM_AdapterFind_Hit"), HIT, MAKE), 1.15),
@@ -105,12 +110,10 @@ CHECKS = [
     most(15, "ten adapters built", "<= 50 ms", figure("BM_AdaptersBuilt/adapters:10", 1e-6), 50, "ms"),
     most(15, "memory that they touch", "<= 16 MiB",
          figure("BM_AdaptersBuilt/adapters:10#touched_bytes", 1 / 2**20), 16, "MiB"),
-    most(16, "look-up of 10M, to 1M", "<= 1.4", ratio("BM_TableFind_Hit/routes:10000000", HIT), 1.4),
-    most(16, "scan of 10M, to 1M", "<= 1.05", ratio("BM_TableScan/routes:10000000", at("BM_TableScan")), 1.05),
-    most(16, "insert of 10M, to 1M", "<= 1.3",
-         ratio("BM_TableInsert_Fresh/routes:10000000", at("BM_TableInsert_Fresh")), 1.3),
-    most(16, "change log of 10M, to 1M", "<= 1.5",
-         ratio("BM_ChangeLogRecord_Fresh/routes:10000000", at("BM_ChangeLogRecord_Fresh")), 1.5),
+    most(16, "look-up of 10M, to 1M", "<= 1.4", growth("BM_TableFind_Hit"), 1.4),
+    most(16, "scan of 10M, to 1M", "<= 1.05", growth("BM_TableScan"), 1.05),
+    most(16, "insert of 10M, to 1M", "<= 1.3", growth("BM_TableInsert_Fresh"), 1.3),
+    most(16, "change log of 10M, to 1M", "<= 1.5", growth("BM_ChangeLogRecord_Fresh"), 1.5),
     most(17, "group of 1,024 to row and back, to copies", "<= 1.3",
          ratio("BM_GroupToRowAndBack/members:1024", "BM_Bare_TwoListsCopied/members:1024"), 1.3),
     least(18, "P4Runtime Write, batches of 1,000", ">= 300,000 /s", rate("P4Runtime_Write"), 300000, "/s"),
@@ -134,6 +137,6 @@ SUBJECTS_32 = [
 ]
 CHECKS += [
     most(20, "32 bits: " + name.removeprefix("BM_").removesuffix(MILLION).removesuffix(TYPE), "<= 1.5",
-         ratio("m32 " + name, name), 1.5)
+         ratio("m32 " + name, "m64 " + name), 1.5)
     for name in SUBJECTS_32
 ]

@@ -27,6 +27,8 @@
 
 namespace RowsTest {
 
+inline const std::string routes = "VaneIpv4Override";
+
 namespace v1 = vane::rowdb::v1;
 using Agent::Rows::WatchLimits;
 

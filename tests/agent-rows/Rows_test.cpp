@@ -12,8 +12,6 @@ using namespace RowsTest;
 using grpc::StatusCode;
 using Json = nlohmann::json;
 
-const std::string routes = "VaneIpv4Override";
-
 class RowServiceTest : public testing::Test {
  protected:
   grpc::Status get(const std::string& table, const v1::Row& key, v1::Row& found) {

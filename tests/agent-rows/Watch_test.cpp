@@ -10,8 +10,6 @@ using namespace RowsTest;
 using Event = v1::WatchTablesResponse;
 using grpc::StatusCode;
 
-const std::string routes = "VaneIpv4Override";
-
 // Takes events until the model has reached the table's latest index.
 void catchUp(Watcher& watcher, Model& model, v1::RowDatabase::Stub& stub) {
   const uint64_t latest = described(stub, routes).latest_change_index();

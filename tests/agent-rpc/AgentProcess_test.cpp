@@ -8,8 +8,7 @@
 #include <set>
 #include <thread>
 
-#include "tests/agent-rpc/Rpc.h"
-#include "tests/e2e/Programs.h"
+#include "tests/agent-rpc/ServingAgent.h"
 
 namespace RpcTest {
 namespace {
@@ -17,44 +16,6 @@ namespace {
 namespace fs = std::filesystem;
 using E2e::Json;
 using google::protobuf::util::MessageDifferencer;
-using p4::config::v1::P4Info;
-
-fs::path runDirectory(const E2e::Scratch& scratch) { return scratch.root() + ".run"; }
-
-std::string addressIn(const fs::path& directory) {
-  std::ifstream in(directory / "p4runtime.addr");
-  std::string line;
-  std::getline(in, line);
-  return line;
-}
-
-// An agent that serves on a port of its own choice.
-struct ServingAgent {
-  explicit ServingAgent(const E2e::Scratch& scratch, const std::vector<std::string>& more = {})
-      : process(E2e::agentOn(scratch.root(), [&] {
-          std::vector<std::string> all{"--listen", "127.0.0.1:0"};
-          all.insert(all.end(), more.begin(), more.end());
-          return all;
-        }())) {
-    process.waitForErr("P4Runtime on ");
-    channel =
-        grpc::CreateChannel(addressIn(runDirectory(scratch)), grpc::InsecureChannelCredentials());
-    stub = p4::v1::P4Runtime::NewStub(channel);
-  }
-
-  P4Info p4Info() {
-    Context context;
-    p4::v1::GetForwardingPipelineConfigRequest request;
-    request.set_device_id(device);
-    p4::v1::GetForwardingPipelineConfigResponse response;
-    EXPECT_TRUE(stub->GetForwardingPipelineConfig(&context, request, &response).ok());
-    return response.config().p4info();
-  }
-
-  E2e::Child process;
-  std::shared_ptr<grpc::Channel> channel;
-  std::unique_ptr<p4::v1::P4Runtime::Stub> stub;
-};
 
 // What a controller finds in a P4Info, by name.
 template <class Objects>

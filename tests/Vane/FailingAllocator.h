@@ -12,6 +12,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Guard/Exception.h"
@@ -38,23 +39,27 @@ class Test : public testing::Test {
   }
 };
 
-// Whether an error of failNth says that there was no memory.
-inline bool isOfMemory(const std::string& error) {
-  return !error.empty() && !error.starts_with(otherError);
-}
+// On the stack: what is counted is the action's memory alone.
+struct Error {
+  char text[200] = "";  // "" if the action went on without that memory
+
+  bool isOfMemory() const {
+    return text[0] != '\0' && !std::string_view(text).starts_with(otherError);
+  }
+};
 
 enum class Memory { failsOnce, isExhausted };
 inline constexpr Memory memories[] = {Memory::failsOnce, Memory::isExhausted};
 
-// Runs `action` with its nth allocation failing. Returns what it threw, "" if it went on without
-// that memory, or nothing if it took fewer allocations.
-std::optional<std::string> failNth(int nth, Memory memory, auto&& action) {
-  char error[200] = "";  // on the stack: what is counted is the action's alone
+// Runs `action` with its nth allocation failing. Returns what it threw, or nothing if it took fewer
+// allocations.
+std::optional<Error> failNth(int nth, Memory memory, auto&& action) {
+  Error error;
   bool reached = false;
   const auto end = [&](const char* what, const char* kind = "") {
     reached = allocationsUntilFailure <= 0;
     allocationsUntilFailure = 0;
-    std::snprintf(error, sizeof(error), "%s%s", kind, what);
+    std::snprintf(error.text, sizeof(error.text), "%s%s", kind, what);
   };
   allocationsUntilFailure = nth;
   staysExhausted = memory == Memory::isExhausted;
@@ -84,7 +89,7 @@ std::vector<std::string> failEach(auto&& action, auto&& unchanged) {
       if (!error) return errors;
       EXPECT_EQ(liveBlocks, before) << "leak after failure " << nth;
       unchanged();
-      if (memory == Memory::failsOnce) errors.push_back(*error);
+      if (memory == Memory::failsOnce) errors.emplace_back(error->text);
     }
   }
   ADD_FAILURE() << "still failing";

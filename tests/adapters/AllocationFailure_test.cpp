@@ -87,7 +87,7 @@ class AdapterAllocationFailure : public AdapterTest<A> {
           failed = error.has_value();
           if (!failed) return;
           ++failures;
-          EXPECT_TRUE(FailingAllocator::isOfMemory(*error)) << *error;
+          EXPECT_TRUE(error->isOfMemory()) << error->text;
           examine(adapter, reader);
           act(adapter);
         });

@@ -1,5 +1,6 @@
 // Adapters: tables as the row database sees them. A row is found, walked over, set; ten are built.
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "bench/Memory.h"
@@ -134,12 +135,13 @@ void rowIsReplace(State& state) {
 }
 const Subject subjectRowIsReplace("BM_AdapterRowIs_Replace", rowIsReplace, usualSizes());
 
-// Over tables of a million slots each.
+// Over tables of a million slots each. The memory is what the first ten in the process touch, as at
+// an agent's start: what the C allocator makes of blocks that have been freed is another matter.
 void buildTen(State& state) {
   constexpr size_t slots = 1000000;
   std::vector<std::unique_ptr<SharedRoutes>> tables;
   for (int i = 0; i < 10; ++i) tables.push_back(std::make_unique<SharedRoutes>(slots));
-  uint64_t most = 0;
+  static std::optional<uint64_t> touched;
   for (auto _ : state) {
     state.PauseTiming();
     giveBackFreed();
@@ -151,11 +153,11 @@ void buildTen(State& state) {
           std::make_unique<IpDestinationVaneWrapper>(routes->table, database(), nullptr, true));
     }
     state.PauseTiming();
-    most = std::max(most, residentBytes() - std::min(before, residentBytes()));
+    if (!touched) touched = residentBytes() - std::min(before, residentBytes());
     adapters.clear();
     state.ResumeTiming();
   }
-  state.counters["touched_bytes"] = static_cast<double>(most);
+  state.counters["touched_bytes"] = static_cast<double>(*touched);
   itemsPerStep(state, 1);
 }
 const Subject subjectBuildTen("BM_AdaptersBuilt/adapters:10", buildTen);

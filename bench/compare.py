@@ -31,7 +31,8 @@ PARTS = {
     "tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap)[A-Za-z_]+/routes:1000000$",
     "adapters": r"^BM_Adapter(Row|Find|Scan)[A-Za-z_]+/routes:1000000$",
     "log": r"^BM_(Change|Maps)Log[A-Za-z_]+/routes:(1000|1000000)$",
-    "memory": r"^BM_(Memory_PerRoute|AdaptersBuilt)",
+    "start": r"^BM_AdaptersBuilt",
+    "memory": r"^BM_Memory_PerRoute",
     "followers": r"^BM_(Follow|Visible|Redis|Bare_(Ping|Futex))",
 }
 FULL_PARTS = {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "bench/Data.h"
+#include "bench/Groups.h"
 #include "bench/Runner.h"
 #include "bench/SharedRoutes.h"
-#include "src-includes/P4RuntimeVane/P4RuntimeRoutingEcmpTypesVaneWrappers.h"
 
 // Allocations are counted on their way to the C library.
 extern "C" void* __libc_malloc(size_t size);
@@ -41,13 +41,6 @@ extern "C" [[gnu::noinline]] void measuredRounds(void (*round)(void*, uint32_t),
 
 namespace Bench {
 namespace {
-
-using P4RuntimeRouting::EcmpMemberList;
-using P4RuntimeRouting::EcmpMemberListRow;
-using P4RuntimeRouting::IpDestinationRow;
-using P4RuntimeRouting::MemberIndex;
-using P4RuntimeRouting::EcmpGroupVaneWrappers::EcmpMemberListTraits;
-using P4RuntimeRouting::IpDestinationTableVaneWrappers::IpDestinationTraits;
 
 constexpr uint32_t rounds = 1024;
 
@@ -130,11 +123,7 @@ void rows() {
   measure("row.rowHash", [&](uint32_t i) { keep(some[i].rowHash()); });
   measure("row.keyEqual", [&](uint32_t i) { keep(some[i] == others[i]); });
 
-  EcmpMemberList group;
-  for (uint32_t m = 0; m < EcmpMemberList::slots; ++m) {
-    group.memberIs(MemberIndex(m), m);
-    group.watchIs(MemberIndex(m), P4Runtime::P4PortId{m});
-  }
+  EcmpMemberList group = largestGroup();
   const auto groupRow = P4RuntimeVane::rowOf<EcmpMemberListTraits>(group);
   measureFrom("group.fromEntry", 1, 16,
               [&](uint32_t) { keep(P4RuntimeVane::rowOf<EcmpMemberListTraits>(group)); });

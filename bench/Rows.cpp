@@ -6,20 +6,12 @@
 
 #include "bench/Bare.h"
 #include "bench/Data.h"
+#include "bench/Groups.h"
 #include "bench/Runner.h"
 #include "platform/Wire/Hash.h"
-#include "src-includes/P4RuntimeVane/P4RuntimeRoutingEcmpTypesVaneWrappers.h"
-#include "src-includes/P4RuntimeVane/P4RuntimeRoutingTypesVaneWrappers.h"
 
 namespace Bench {
 namespace {
-
-using P4RuntimeRouting::EcmpMemberList;
-using P4RuntimeRouting::EcmpMemberListRow;
-using P4RuntimeRouting::IpDestinationRow;
-using P4RuntimeRouting::MemberIndex;
-using P4RuntimeRouting::EcmpGroupVaneWrappers::EcmpMemberListTraits;
-using P4RuntimeRouting::IpDestinationTableVaneWrappers::IpDestinationTraits;
 
 std::vector<IpDestinationRow> sampleRows() {
   std::vector<IpDestinationRow> rows;
@@ -178,19 +170,8 @@ const Subject subjectBareKeyEqual("BM_Bare_KeyEqual/IpDestination", bareKeyEqual
 
 // A group, to a row and back to an entry.
 
-EcmpMemberList groupOf(uint32_t members) {
-  EcmpMemberList group;
-  group.valid = true;
-  group.id = 7;
-  for (uint32_t i = 0; i < members; ++i) {
-    group.memberIs(MemberIndex(i), 1000 + i);
-    group.watchIs(MemberIndex(i), P4Runtime::P4PortId{i % 64});
-  }
-  return group;
-}
-
 void groupToRowAndBack(State& state) {
-  const EcmpMemberList group = groupOf(EcmpMemberList::slots);
+  const EcmpMemberList group = largestGroup();
   EcmpMemberList back;
   for (auto _ : state) {
     const EcmpMemberListRow row = P4RuntimeVane::rowOf<EcmpMemberListTraits>(group);
@@ -205,7 +186,7 @@ const Subject subjectGroup("BM_GroupToRowAndBack/members:1024", groupToRowAndBac
 
 // The same lists into one buffer and out of it.
 void bareGroup(State& state) {
-  const EcmpMemberList group = groupOf(EcmpMemberList::slots);
+  const EcmpMemberList group = largestGroup();
   EcmpMemberList back;
   constexpr size_t list = sizeof group.members;
   for (auto _ : state) {

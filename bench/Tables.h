@@ -36,6 +36,30 @@ concept RouteMap = requires(M& map, const IpDestination& route, const IpGenPrefi
   { map.size() } -> std::convertible_to<uint64_t>;
 };
 
+// A hash map of the process. It grows as it fills, as whoever does not know the number of routes
+// has it. Whoever derives from it says its name.
+template <class Map>
+class ProcessMap {
+ public:
+  explicit ProcessMap(size_t) {}
+  void set(const IpDestination& route) { map_[route.destinationPrefix] = route; }
+  bool find(const IpGenPrefix& prefix, IpDestination& route) const {
+    const auto at = map_.find(prefix);
+    if (at == map_.end()) return false;
+    route = at->second;
+    return true;
+  }
+  uint64_t sum() const {
+    uint64_t sum = 0;
+    for (const auto& [prefix, route] : map_) sum += route.destinationId;
+    return sum;
+  }
+  uint64_t size() const { return map_.size(); }
+
+ private:
+  Map map_;
+};
+
 // Each prefix leads to its place in the list.
 template <class M>
 void fill(M& map, std::span<const IpGenPrefix> list, uint64_t version = 1) {

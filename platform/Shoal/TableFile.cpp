@@ -309,8 +309,9 @@ std::optional<uint64_t> processStart(uint32_t pid) {
   char path[32];
   std::snprintf(path, sizeof(path), "/proc/%" PRIu32 "/stat", pid);
   const Kit::FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
-  if (!file && errno == EMFILE) {
-    AttachException::throwException(std::string("cannot open ") + path + ": Too many open files");
+  if (!file && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+    AttachException::throwException(std::string("cannot open ") + path + ": " +
+                                    std::strerror(errno));
   }
   char line[1024];
   const ssize_t length = file ? ::read(file.get(), line, sizeof(line)) : 0;

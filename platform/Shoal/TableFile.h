@@ -81,7 +81,7 @@ class TableFile {
 
 // When a process started, in clock ticks after boot; none if there is no such process. Tells a
 // process from a later one with the same id. Throws AttachException when there is no descriptor
-// left to look with.
+// or no memory left to look with.
 std::optional<uint64_t> processStart(uint32_t pid);
 
 }  // namespace Shoal

@@ -76,10 +76,12 @@ TEST(OneWriter, KilledOneFreesItsPlaceAlsoWhenAChildOfItLivesOn) {
   const Shared<std::atomic<pid_t>> grandchild;
   const pid_t child = startChild([&] {
     const auto store = writer<Tiny>(root, 4);
-    grandchild->store(startChild([] {
+    // It tells of itself: it gives the lock up as it begins to run, a little after it is there.
+    startChild([&] {
+      grandchild->store(::getpid());
       for (;;) ::pause();
       return 0;
-    }));
+    });
     for (;;) ::pause();
     return 0;
   });

@@ -42,6 +42,7 @@
 namespace Vane {
 
 class BaseRow;
+class RowWriter;
 class SubRow;
 
 // The offsets of a row type's variable-size columns, in column order.
@@ -247,6 +248,7 @@ class BaseRow {
   static constinit thread_local BaseRowCounters baseRowCounters;
 
  private:
+  friend class RowWriter;
   friend class SubRow;
 
   static constexpr len_t lengthField = 0;
@@ -378,6 +380,41 @@ class SubRow final : public BaseRow {
     rowOffset_ = static_cast<len_t>(rowOffset_ + offset);
     isView_ = true;
   }
+};
+
+// Writes the columns of a row that was just made, each of them once: as setColumn does, but nothing
+// that setColumn looks at can come up. The row has its buffer alone, with room for all the bodies.
+class RowWriter {
+ public:
+  // requires: a row of `fdLen` bytes whose columns have not been written.
+  RowWriter(BaseRow& row, len_t fdLen) : header_(row.header()), end_(fdLen) {}
+  // The row ends where its bodies do.
+  ~RowWriter() { detail::storeLe(header_ + BaseRow::lengthField, end_); }
+  RowWriter(const RowWriter&) = delete;
+  RowWriter& operator=(const RowWriter&) = delete;
+
+  template <ScalarColumn T>
+  void set(len_t col, const T& value) {
+    detail::Scalar<T>::store(header_ + col, value);
+  }
+  template <AddressColumn T>
+  void set(len_t col, const T& value) {
+    if (const len_t length = bodyLength(value); length != 0) {
+      detail::AddressBody<T>::store(body(col, length), value);
+    }
+  }
+  // requires: at most maxElements values.
+  void set(len_t col, const std::vector<uint32_t>& values);
+  static constexpr size_t maxElements = 4095;
+
+ private:
+  uint8_t* body(len_t col, len_t length) {
+    reinterpret_cast<VColType*>(header_ + col)->set(end_, length);
+    return header_ + std::exchange(end_, static_cast<len_t>(end_ + length));
+  }
+
+  uint8_t* header_;
+  len_t end_;
 };
 
 }  // namespace Vane

@@ -10,6 +10,7 @@ namespace {
 
 // The array body's first two bytes: the count, a bit that every write clears, three that it keeps.
 constexpr len_t countMask = 0x0FFF;
+static_assert(RowWriter::maxElements == countMask);
 constexpr len_t keptMask = 0xE000;
 constexpr len_t countLength = 2;
 constexpr len_t elementLength = 4;
@@ -97,6 +98,14 @@ void BaseRow::updateFixElemArray(len_t col, len_t baseRowLength, const std::vect
 
 template void BaseRow::getFixElemArray<uint32_t>(len_t, std::vector<uint32_t>&) const;
 template void BaseRow::updateFixElemArray<uint32_t>(len_t, len_t, const std::vector<uint32_t>&);
+
+void RowWriter::set(len_t col, const std::vector<uint32_t>& values) {
+  if (values.empty()) return;
+  const auto count = static_cast<len_t>(values.size());
+  uint8_t* const to = body(col, static_cast<len_t>(countLength + elementLength * count));
+  detail::storeLe(to, count);
+  storeElements(to + countLength, values);
+}
 
 len_t BaseRow::makeFreeSpace(VColType& vct, len_t needed, len_t baseRowLength) {
   Guard::standardAssert(baseRowLength != 0, "baseRowLength != 0");

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <concepts>
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -48,6 +49,15 @@ class TypedRow : public Vane::BaseRow {
 
   // An empty row: zero, but for the columns that have a default.
   TypedRow();
+  // A row whose columns, each with its value, `fill` writes through a Vane::RowWriter: so many
+  // bytes of bodies, and all of them columns that a row can hold.
+  template <std::invocable<Vane::RowWriter&> Fill>
+  TypedRow(len_t bodies, Fill fill)
+      : BaseRow(baseRowLength_, static_cast<len_t>(baseRowLength_ + bodies)) {
+    rowTypeIs(protRowType());
+    Vane::RowWriter writer(*this, baseRowLength_);
+    fill(writer);
+  }
   TypedRow(const TypedRow&) = default;
   TypedRow(TypedRow&&) noexcept = default;
   TypedRow& operator=(const TypedRow&) = default;
@@ -136,12 +146,30 @@ class TypedRow : public Vane::BaseRow {
     Vane::setColumnValue(*this, C::offset, value, baseRowLength_);
   }
 
-  // A buffer for the fixed area and these values. What no row can hold is left for setColumn to
-  // refuse.
+  // What no row can hold is left for setColumn to refuse.
+  template <class Columns, class... Vs>
+  void placeAll(const Vs&... vs) {
+    if (wantedLength(vs...) <= Vane::maxRowLength && (isHeld(vs) && ...)) {
+      Vane::RowWriter writer(*this, baseRowLength_);
+      Columns::forEachWith([&](auto c, const auto& value) { writer.set(c.offset, value); }, vs...);
+    } else {
+      Columns::forEachWith([this](auto c, const auto& value) { this->place(c, value); }, vs...);
+    }
+  }
+  template <class V>
+  static bool isHeld(const V& value) {
+    if constexpr (Vane::ArrayColumn<V>) return value.size() <= Vane::RowWriter::maxElements;
+    return true;
+  }
+
+  // Of the fixed area and these values.
+  template <class... Vs>
+  static uint64_t wantedLength(const Vs&... vs) {
+    return (uint64_t{baseRowLength_} + ... + Vane::bodyBytes(vs));
+  }
   template <class... Vs>
   static len_t bufferLength(const Vs&... vs) {
-    const uint64_t wanted = (uint64_t{baseRowLength_} + ... + Vane::bodyBytes(vs));
-    return static_cast<len_t>(std::min<uint64_t>(wanted, Vane::maxRowLength));
+    return static_cast<len_t>(std::min<uint64_t>(wantedLength(vs...), Vane::maxRowLength));
   }
 
   // Of this type, and with all of its fixed area: columns are then read without looking.
@@ -169,8 +197,7 @@ TypedRow<Row>::TypedRow() : BaseRow(baseRowLength_) {
 template <class Row>
 template <class... Vs>
 TypedRow<Row>::TypedRow(Values, const Vs&... vs) : BaseRow(baseRowLength_, bufferLength(vs...)) {
-  Row::Columns::All::forEachWith([this](auto c, const auto& value) { this->place(c, value); },
-                                 vs...);
+  placeAll<typename Row::Columns::All>(vs...);
   rowTypeIs(protRowType());
 }
 
@@ -178,8 +205,7 @@ template <class Row>
 template <class... Vs>
 TypedRow<Row>::TypedRow(Key, const Vs&... vs) : BaseRow(baseRowLength_, bufferLength(vs...)) {
   rowTypeIs(protRowType());
-  Row::Columns::Keys::forEachWith([this](auto c, const auto& value) { this->place(c, value); },
-                                  vs...);
+  placeAll<typename Row::Columns::Keys>(vs...);
   Row::Columns::NonKeyDefaults::forEach(
       [this]<PlacedColumn C>(C c) { this->place(c, C::defaultValue()); });
 }

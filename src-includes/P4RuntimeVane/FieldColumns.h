@@ -37,6 +37,9 @@ struct ValueColumn {
     needBuffer(row);
     Vane::setColumnValue(row, offset, value, Row::baseRowLength_);
   }
+  static void write(Vane::RowWriter& row, const std::same_as<Type> auto& value) {
+    row.set(offset, value);
+  }
   // Requires: the row has a buffer.
   static Type read(const Vane::BaseRow& row) {
     // Somebody else's row may be shorter than its type's fixed area.
@@ -49,13 +52,18 @@ struct ValueColumn {
 };
 
 // The list of a row type's columns, or of some that follow each other. Every element of it, Field
-// or Group, tells toRow, fromRow, and which columns it takes: endAfter(`at`) is where its columns
-// end when they begin at `at`, and 0 when they do not.
+// or Group, tells toRow (into a row, or through a Vane::RowWriter), fromRow, how many bytes of
+// bodies its columns take, and which columns those are: endAfter(`at`) is where they end when they
+// begin at `at`, and 0 when they do not.
 template <class Row, class... Fields>
 struct FieldColumns {
-  template <class Object>
-  static void toRow(const Object& object, Row& row) {
+  template <class Object, class Target>
+  static void toRow(const Object& object, Target& row) {
     (Fields::template toRow<Row>(object, row), ...);
+  }
+  template <class Object>
+  static Vane::len_t bodyBytes(const Object& object) {
+    return static_cast<Vane::len_t>((0 + ... + Fields::bodyBytes(object)));
   }
   // Requires: the row has a buffer.
   template <class Object>
@@ -72,9 +80,13 @@ struct FieldColumns {
 // the object itself that stands in the column.
 template <ColumnName name, auto... path>
 struct Field {
-  template <class Row, class Object>
-  static void toRow(const Object& object, Row& row) {
+  template <class Row, class Object, class Target>
+  static void toRow(const Object& object, Target& row) {
     ValueColumn<Row, name>::write(row, (object.*....*path));
+  }
+  template <class Object>
+  static Vane::len_t bodyBytes(const Object& object) {
+    return static_cast<Vane::len_t>(Vane::bodyBytes((object.*....*path)));
   }
   template <class Row, class Object>
   static void fromRow(const Vane::BaseRow& row, Object& object) {
@@ -89,9 +101,13 @@ struct Field {
 // A field of the object that has a list of its own.
 template <auto field, class Columns>
 struct Group {
-  template <class Row, class Object>
-  static void toRow(const Object& object, Row& row) {
+  template <class Row, class Object, class Target>
+  static void toRow(const Object& object, Target& row) {
     Columns::toRow(object.*field, row);
+  }
+  template <class Object>
+  static Vane::len_t bodyBytes(const Object& object) {
+    return Columns::bodyBytes(object.*field);
   }
   template <class Row, class Object>
   static void fromRow(const Vane::BaseRow& row, Object& object) {

@@ -2,6 +2,7 @@
 // between them.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -70,25 +71,33 @@ class NexthopInfoVaneWrapper
 
 namespace P4RuntimeRouting::EcmpGroupVaneWrappers {
 
-// One of a group's two lists, in an array column, by member index. `get` and `set` reach one slot;
-// a list longer than its slots is MemberIndex's range error, in both directions.
-template <RoutingTypes::ColumnName name, auto count, auto get, auto set>
+// One of a group's two lists, in an array column, by member index. A list longer than its slots is
+// MemberIndex's range error, in both directions.
+template <RoutingTypes::ColumnName name, auto count, auto list>
 struct MemberArray {
-  template <class Row, class Object>
-  static void toRow(const Object& object, Row& row) {
+  template <class Row, class Object, class Target>
+  static void toRow(const Object& object, Target& row) {
+    const auto& slots = object.*list;
+    needSlots(object.*count);
     std::vector<uint32_t>& values = scratch();
-    for (uint32_t i = 0; i < object.*count; ++i) {
-      values.push_back(static_cast<uint32_t>((object.*get)(MemberIndex(i))));
-    }
+    values.resize(object.*count);
+    std::transform(slots.begin(), slots.begin() + object.*count, values.begin(),
+                   [](auto element) { return static_cast<uint32_t>(element); });
     P4RuntimeVane::ValueColumn<Row, name>::write(row, values);
+  }
+  // Requires: not more than the slots hold.
+  template <class Object>
+  static Vane::len_t bodyBytes(const Object& object) {
+    return object.*count == 0 ? 0 : static_cast<Vane::len_t>(2 + 4 * (object.*count));
   }
   template <class Row, class Object>
   static void fromRow(const Vane::BaseRow& row, Object& object) {
-    using Element = decltype((object.*get)(MemberIndex(0)));
-    uint32_t i = 0;
-    for (const uint32_t value : P4RuntimeVane::ValueColumn<Row, name>::read(row)) {
-      (object.*set)(MemberIndex(i++), Element{value});
-    }
+    using Element = typename std::remove_reference_t<decltype(object.*list)>::value_type;
+    const std::vector<uint32_t> values = P4RuntimeVane::ValueColumn<Row, name>::read(row);
+    needSlots(values.size());
+    std::transform(values.begin(), values.end(), (object.*list).begin(),
+                   [](uint32_t value) { return Element{value}; });
+    object.*count = std::max(object.*count, static_cast<uint32_t>(values.size()));
   }
   template <class Row>
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
@@ -96,6 +105,10 @@ struct MemberArray {
   }
 
  private:
+  static void needSlots(size_t count) {
+    if (count > EcmpMemberList::slots) static_cast<void>(MemberIndex(EcmpMemberList::slots));
+  }
+
   // This list's own, empty. It keeps its room for the life of the process, so that a conversion
   // allocates nothing; only the agent's thread converts.
   static std::vector<uint32_t>& scratch() {
@@ -137,8 +150,8 @@ struct EcmpMemberListTraits {
       P4RuntimeVane::Field<"valid", &Entry::valid>,
       P4RuntimeVane::Field<"entryId", &Entry::entryId>,
       P4RuntimeVane::Group<key, KeyColumns>,
-      MemberArray<"members", &Entry::memberCount, &Entry::member, &Entry::memberIs>,
-      MemberArray<"watchPorts", &Entry::watchCount, &Entry::watch, &Entry::watchIs>>;
+      MemberArray<"members", &Entry::memberCount, &Entry::members>,
+      MemberArray<"watchPorts", &Entry::watchCount, &Entry::watches>>;
   // clang-format on
 };
 

@@ -72,9 +72,8 @@ const MapOf<T>& mapOf(const Kit::Ptr<typename T::Table>& table) {
 // The row of an entry.
 template <TableTraits T>
 typename T::Row rowOf(const typename T::Entry& entry) {
-  typename T::Row row;
-  T::toRow(entry, row);
-  return row;
+  return typename T::Row(T::Columns::bodyBytes(entry),
+                         [&](Vane::RowWriter& row) { T::Columns::toRow(entry, row); });
 }
 
 // As rowOf, into a row that is used again and again. It gets a buffer of its own each time: others
@@ -82,8 +81,7 @@ typename T::Row rowOf(const typename T::Entry& entry) {
 // before.
 template <TableTraits T>
 void refill(typename T::Row& row, const typename T::Entry& entry) {
-  row = typename T::Row();
-  T::toRow(entry, row);
+  row = rowOf<T>(entry);
 }
 
 // The key in the key columns of any row. Throws VaNullRow for a null row.

@@ -85,9 +85,9 @@ struct MemberArray {
                    [](auto element) { return static_cast<uint32_t>(element); });
     P4RuntimeVane::ValueColumn<Row, name>::write(row, values);
   }
-  // Requires: not more than the slots hold.
   template <class Object>
   static Vane::len_t bodyBytes(const Object& object) {
+    needSlots(object.*count);
     return object.*count == 0 ? 0 : static_cast<Vane::len_t>(2 + 4 * (object.*count));
   }
   template <class Row, class Object>
@@ -105,8 +105,8 @@ struct MemberArray {
   }
 
  private:
-  static void needSlots(size_t count) {
-    if (count > EcmpMemberList::slots) static_cast<void>(MemberIndex(EcmpMemberList::slots));
+  static void needSlots(size_t elements) {
+    if (elements > EcmpMemberList::slots) static_cast<void>(MemberIndex(EcmpMemberList::slots));
   }
 
   // This list's own, empty. It keeps its room for the life of the process, so that a conversion

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -123,6 +124,12 @@ class VaTableImplementation {
   virtual std::unique_ptr<VaRowIteratorImpl> end(uint8_t idx) = 0;
   virtual std::unique_ptr<VaRowIteratorImpl> find(const BaseRow& keyRow, uint8_t idx) = 0;
   virtual BaseRow row(const BaseRow& keyRow, uint8_t idx) = 0;
+  // rows[i] becomes what row() gives for keyRows[i]. A table that makes its rows on demand can have
+  // the ways to many of them in memory at once. What is in `rows` after an exception is not said.
+  // requires: both have one size.
+  virtual void rows(std::span<const BaseRow* const> keyRows, std::span<BaseRow> rows, uint8_t idx) {
+    for (size_t i = 0; i < rows.size(); ++i) rows[i] = row(*keyRows[i], idx);
+  }
 
   // The change log holds every change after oldestChangeIdx(), one per key. A reader that remembers
   // a lower index must read the table afresh.

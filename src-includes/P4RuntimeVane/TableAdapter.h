@@ -13,10 +13,13 @@
 // class makes each of them visible in code, logs and assertions.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -101,16 +104,24 @@ typename T::Entry entryOfOnly(const typename T::Key& key) {
   return entry;
 }
 
-// The empty entry for an absent key. Corruption is told to the map before it passes on.
-template <TableTraits T>
-typename T::Entry lookUp(const MapOf<T>& map, const typename T::Key& key) {
-  bool found = false;
+// What `read` reads of the map. Corruption is told to the map before it passes on.
+template <class Map, class Read>
+auto readFrom(const Map& map, Read read) {
   try {
-    return map.safeLookup(key, found);
+    return read();
   } catch (const Guard::CorruptionDetectedException& corruption) {
     map.doCorruptionDetected(corruption.message());
     throw;
   }
+}
+
+// The empty entry for an absent key.
+template <TableTraits T>
+typename T::Entry lookUp(const MapOf<T>& map, const typename T::Key& key) {
+  return readFrom(map, [&] {
+    bool found = false;
+    return map.safeLookup(key, found);
+  });
 }
 
 // The one empty row that hooks are shown beside the row that is set.
@@ -278,6 +289,8 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
   std::unique_ptr<Vane::VaRowIteratorImpl> end(uint8_t idx) override;
   std::unique_ptr<Vane::VaRowIteratorImpl> find(const Vane::BaseRow& keyRow, uint8_t idx) override;
   Vane::BaseRow row(const Vane::BaseRow& keyRow, uint8_t idx) override;
+  void rows(std::span<const Vane::BaseRow* const> keyRows, std::span<Vane::BaseRow> rows,
+            uint8_t idx) override;
 
   uint64_t oldestChangeIdx() const override { return log_.oldest(); }
   uint64_t latestChangeIdx() const override { return log_.latest(); }
@@ -407,6 +420,28 @@ template <class Adapter, TableTraits T>
 Vane::BaseRow TableAdapter<Adapter, T>::row(const Vane::BaseRow& keyRow, uint8_t idx) {
   needPrimary(idx, "row", T::lines.row);
   return rowOf<T>(lookUp<T>(map(), keyOf<T>(keyRow)));
+}
+
+// A few at a time, because their entries lie on the stack.
+template <class Adapter, TableTraits T>
+void TableAdapter<Adapter, T>::rows(std::span<const Vane::BaseRow* const> keyRows,
+                                    std::span<Vane::BaseRow> rows, uint8_t idx) {
+  needPrimary(idx, "row", T::lines.row);
+  constexpr size_t most = std::max<size_t>(1, 4096 / sizeof(Entry));
+  std::array<Key, most> keys;
+  std::array<Entry, most> entries;
+  std::array<bool, most> found;
+  while (!rows.empty()) {
+    const size_t count = std::min(most, rows.size());
+    for (size_t i = 0; i < count; ++i) keys[i] = keyOf<T>(*keyRows[i]);
+    readFrom(map(), [&] {
+      map().lookupBatch(std::span(keys).first(count), std::span(entries).first(count),
+                        std::span(found).first(count));
+    });
+    for (size_t i = 0; i < count; ++i) rows[i] = rowOf<T>(entries[i]);
+    keyRows = keyRows.subspan(count);
+    rows = rows.subspan(count);
+  }
 }
 
 template <class Adapter, TableTraits T>

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <array>
 #include <typeinfo>
+#include <vector>
 
 #include "tests/adapters/Samples.h"
 
@@ -293,6 +295,41 @@ TYPED_TEST(Lookup, RowOfAnAbsentKeyIsZeroInEveryColumn) {
   EXPECT_TRUE(std::all_of(all.begin() + 4, all.end(), [](int byte) { return byte == 0; }))
       << hex(row);
   EXPECT_EQ(row.rowType(), TestFixture::Row::protRowType());
+}
+
+// More keys than are looked up in one go, every ninth of them absent and some of them twice.
+TYPED_TEST(Lookup, RowsOfManyKeysAreThoseOfEachOfThem) {
+  std::vector<Vane::BaseRow> keys;
+  for (uint32_t i = 0; i < 200; ++i) keys.push_back(this->s.keyRow(1 + i % 9));
+  std::vector<const Vane::BaseRow*> wanted;
+  for (const Vane::BaseRow& key : keys) wanted.push_back(&key);
+  std::vector<Vane::BaseRow> rows(keys.size());
+  this->adapter->rows(wanted, rows, 0);
+  for (size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_EQ(hex(rows[i]), hex(this->adapter->row(keys[i], 0))) << i;
+  }
+  EXPECT_EQ(hex(rows[1]), hex(this->s.row(2)));
+}
+
+TYPED_TEST(Lookup, RowsOfNoKeysAreNone) {
+  const int reads = this->store->reads();
+  this->adapter->rows({}, {}, 0);
+  EXPECT_EQ(this->store->reads(), reads);
+}
+
+TYPED_TEST(Lookup, RowsFailAsRowDoes) {
+  const Vane::BaseRow null, key = this->s.keyRow(1), tooShort(5);
+  const auto ask = [this](const Vane::BaseRow& keyRow, uint8_t idx) {
+    const std::array wanted{&keyRow};
+    std::array<Vane::BaseRow, 1> rows;
+    this->adapter->rows(wanted, rows, idx);
+  };
+  EXPECT_EQ(assertionOf([&] { ask(null, 1); }), assertionOf([&] { this->adapter->row(null, 1); }));
+  EXPECT_THROW(ask(null, 0), Vane::VaNullRow);
+  EXPECT_THROW(ask(tooShort, 0), Vane::VaOutOfRange);
+  this->store->corruptRead(0, "slot 0 is torn");
+  EXPECT_THROW(ask(key, 0), Guard::CorruptionDetectedException);
+  EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"slot 0 is torn"});
 }
 
 TYPED_TEST(Lookup, AKeyRowWithoutABufferIsANullRow) {

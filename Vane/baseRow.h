@@ -422,7 +422,9 @@ class SubRow final : public BaseRow {
 class RowWriter {
  public:
   // requires: a row of `fdLen` bytes whose columns have not been written.
-  RowWriter(BaseRow& row, len_t fdLen) : header_(row.header()), end_(fdLen) {}
+  RowWriter(BaseRow& row, len_t fdLen, len_t type) : header_(row.header()), end_(fdLen) {
+    detail::storeLe(header_ + BaseRow::typeField, type);
+  }
   // The row ends where its bodies do.
   ~RowWriter() { detail::storeLe(header_ + BaseRow::lengthField, end_); }
   RowWriter(const RowWriter&) = delete;

@@ -27,7 +27,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -93,6 +95,10 @@ concept RowType = RowHandle<R> && !OneOf<R, BaseRow, SubRow>;
 // A column that holds an array of fixed-size elements, named by the vector that it is read into.
 template <class T>
 concept ArrayColumn = std::same_as<T, std::vector<uint32_t>>;
+
+// What an array can be read into: a number of 32 bits, whatever its name.
+template <class T>
+concept ArrayElement = (std::integral<T> || std::is_enum_v<T>)&&sizeof(T) == sizeof(uint32_t);
 
 // How often this thread did what to row handles.
 struct BaseRowCounters {
@@ -222,6 +228,11 @@ class BaseRow {
   void setColumn(len_t col, const T& value, len_t fdLen);
   template <AddressColumn T>
   void getColumn(len_t col, T& out) const;
+  // Throws "null row" for a null row.
+  template <AddressColumn T>
+  T getAddress(len_t col) const {
+    return addressBody<T>(col).value();
+  }
   template <AddressColumn T>
   uint32_t columnHash(len_t col) const;
   template <AddressColumn T>
@@ -249,6 +260,9 @@ class BaseRow {
   // Appends the elements to `out`; none for a null row.
   template <std::same_as<uint32_t> T>
   void getFixElemArray(len_t col, std::vector<T>& out) const;
+  // Reads the elements into `out`, as many as it has room for, and returns how many there are.
+  template <ArrayElement T>
+  size_t readFixElemArray(len_t col, std::span<T> out) const;
   // The body of setColumn, for a row that is already private.
   template <std::same_as<uint32_t> T>
   void updateFixElemArray(len_t col, len_t baseRowLength, const std::vector<T>& values);
@@ -422,14 +436,13 @@ class SubRow final : public BaseRow {
 class RowWriter {
  public:
   // requires: a row of `fdLen` bytes whose columns have not been written.
-  RowWriter(BaseRow& row, len_t fdLen, len_t type) : header_(row.header()), end_(fdLen) {
-    detail::storeLe(header_ + BaseRow::typeField, type);
-  }
+  RowWriter(BaseRow& row, len_t fdLen) : header_(row.header()), end_(fdLen) {}
   // The row ends where its bodies do.
   ~RowWriter() { detail::storeLe(header_ + BaseRow::lengthField, end_); }
   RowWriter(const RowWriter&) = delete;
   RowWriter& operator=(const RowWriter&) = delete;
 
+  void typeIs(len_t type) { detail::storeLe(header_ + BaseRow::typeField, type); }
   template <ScalarColumn T>
   void set(len_t col, const T& value) {
     detail::Scalar<T>::store(header_ + col, value);

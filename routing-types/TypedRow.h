@@ -54,7 +54,8 @@ class TypedRow : public Vane::BaseRow {
   template <std::invocable<Vane::RowWriter&> Fill>
   TypedRow(len_t bodies, Fill fill)
       : BaseRow(baseRowLength_, static_cast<len_t>(baseRowLength_ + bodies)) {
-    Vane::RowWriter writer(*this, baseRowLength_, protRowType());
+    Vane::RowWriter writer(*this, baseRowLength_);
+    writer.typeIs(protRowType());
     fill(writer);
   }
   TypedRow(const TypedRow&) = default;
@@ -145,14 +146,13 @@ class TypedRow : public Vane::BaseRow {
     Vane::setColumnValue(*this, C::offset, value, baseRowLength_);
   }
 
-  // Says the type, too. What no row can hold is left for setColumn to refuse.
+  // What no row can hold is left for setColumn to refuse.
   template <class Columns, class... Vs>
   void placeAll(const Vs&... vs) {
     if (wantedLength(vs...) <= Vane::maxRowLength && (isHeld(vs) && ...)) {
-      Vane::RowWriter writer(*this, baseRowLength_, protRowType());
+      Vane::RowWriter writer(*this, baseRowLength_);
       Columns::forEachWith([&](auto c, const auto& value) { writer.set(c.offset, value); }, vs...);
     } else {
-      rowTypeIs(protRowType());
       Columns::forEachWith([this](auto c, const auto& value) { this->place(c, value); }, vs...);
     }
   }
@@ -198,11 +198,13 @@ template <class Row>
 template <class... Vs>
 TypedRow<Row>::TypedRow(Values, const Vs&... vs) : BaseRow(baseRowLength_, bufferLength(vs...)) {
   placeAll<typename Row::Columns::All>(vs...);
+  rowTypeIs(protRowType());
 }
 
 template <class Row>
 template <class... Vs>
 TypedRow<Row>::TypedRow(Key, const Vs&... vs) : BaseRow(baseRowLength_, bufferLength(vs...)) {
+  rowTypeIs(protRowType());
   placeAll<typename Row::Columns::Keys>(vs...);
   Row::Columns::NonKeyDefaults::forEach(
       [this]<PlacedColumn C>(C c) { this->place(c, C::defaultValue()); });

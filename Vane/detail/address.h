@@ -56,12 +56,9 @@ struct AddressBody {
   }
 
   T value() const {
-    T value{};
-    if (length == 0) return value;
-    value.family = family();
-    if constexpr (prefixByte != 0) value.length = prefixLength();
-    copyAddress(value.bytes.data(), address(), value.family);
-    return value;
+    if (length == ipv4Length) return valueOf<Wire::AddressFamily::ipv4>();
+    if (length == ipv6Length) return valueOf<Wire::AddressFamily::ipv6>();
+    return T{};
   }
 
   // requires: a value of a family.
@@ -94,6 +91,14 @@ struct AddressBody {
   }
 
  private:
+  template <Wire::AddressFamily of>
+  T valueOf() const {
+    T value{};
+    value.family = of;
+    if constexpr (prefixByte != 0) value.length = *at;
+    std::memcpy(value.bytes.data(), address(), Wire::addressLength(of));
+    return value;
+  }
   // Of a length that the compiler knows: it then takes a move or two instead of a call.
   static void copyAddress(uint8_t* to, const uint8_t* from, Wire::AddressFamily family) {
     if (family == Wire::AddressFamily::ipv4) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "Vane/baseRow.h"
@@ -85,7 +86,7 @@ void BaseRow::getColumn(len_t col, T& out) const {
   if (isNull()) {
     setToNull(out);
   } else {
-    out = addressBody<T>(col).value();
+    out = getAddress<T>(col);
   }
 }
 
@@ -178,6 +179,19 @@ void BaseRow::setColumn(len_t col, const std::vector<T>& values, len_t fdLen) {
   Guard::standardAssert(fdLen != 0, "fdLen != 0");
   makePrivate();
   updateFixElemArray(col, fdLen, values);
+}
+
+template <ArrayElement T>
+size_t BaseRow::readFixElemArray(len_t col, std::span<T> out) const {
+  if (isNull()) return 0;
+  const Elements found = elements(col);
+  const size_t count = std::min<size_t>(found.count, out.size());
+  if constexpr (std::endian::native == std::endian::little) {
+    if (count != 0) std::memcpy(out.data(), found.at, count * sizeof(T));
+  } else {
+    for (size_t i = 0; i < count; ++i) out[i] = static_cast<T>(found[static_cast<len_t>(i)]);
+  }
+  return found.count;
 }
 
 template <ArrayColumn T>

@@ -68,14 +68,12 @@ template <ColumnKind T>
 inline T columnValue(const BaseRow& row, len_t col) {
   if constexpr (ScalarColumn<T>) {
     return row.getScalar<T>(col);
+  } else if constexpr (AddressColumn<T>) {
+    return row.getAddress<T>(col);
   } else {
     if (row.isNull()) VaNullRow::throwException("null row");
-    T value{};
-    if constexpr (ArrayColumn<T>) {
-      row.getFixElemArray<uint32_t>(col, value);
-    } else {
-      row.getColumn(col, value);
-    }
+    T value;
+    row.getFixElemArray<uint32_t>(col, value);
     return value;
   }
 }

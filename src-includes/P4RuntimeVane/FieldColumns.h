@@ -43,10 +43,6 @@ struct ValueColumn {
   }
   // Requires: the row has the column in its fixed area.
   static Type read(const Vane::BaseRow& row) { return Vane::columnValue<Type>(row, offset); }
-  // The same, of an array, appended to `values`.
-  static void read(const Vane::BaseRow& row, Type& values) requires Vane::ArrayColumn<Type> {
-    row.getFixElemArray<uint32_t>(offset, values);
-  }
   static constexpr Vane::len_t end = offset + Vane::slotWidth<Type>;
   static constexpr Vane::len_t endAfter(Vane::len_t at) { return at == offset ? end : 0; }
 };

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
+#include <span>
 #include <vector>
 
 #include "platform/State/EcmpTypes.h"
@@ -82,7 +82,7 @@ struct MemberArray {
     needSlots(object.*count);
     std::vector<uint32_t>& values = scratch();
     values.resize(object.*count);
-    copy(values.data(), (object.*list).data(), values.size());
+    if (!values.empty()) std::memcpy(values.data(), (object.*list).data(), 4 * values.size());
     P4RuntimeVane::ValueColumn<Row, name>::write(row, values);
   }
   template <class Object>
@@ -92,12 +92,11 @@ struct MemberArray {
   }
   template <class Row, class Object>
   static void read(const Vane::BaseRow& row, Object& object) {
-    std::vector<uint32_t>& values = scratch();
-    values.clear();
-    P4RuntimeVane::ValueColumn<Row, name>::read(row, values);
-    needSlots(values.size());
-    copy((object.*list).data(), values.data(), values.size());
-    object.*count = std::max(object.*count, static_cast<uint32_t>(values.size()));
+    const std::span slots(object.*list);
+    const size_t elements = row.readFixElemArray(P4RuntimeVane::ValueColumn<Row, name>::offset,
+                                                 slots.subspan(0, slots.size()));
+    needSlots(elements);
+    object.*count = std::max(object.*count, static_cast<uint32_t>(elements));
   }
   template <class Row>
   static constexpr Vane::len_t end = P4RuntimeVane::ValueColumn<Row, name>::end;
@@ -109,13 +108,6 @@ struct MemberArray {
  private:
   static void needSlots(size_t elements) {
     if (elements > EcmpMemberList::slots) static_cast<void>(MemberIndex(EcmpMemberList::slots));
-  }
-
-  // Numbers of 32 bits all of them, whatever their names.
-  template <class To, class From>
-  static void copy(To* to, const From* from, size_t elements) {
-    static_assert(std::is_same_v<std::make_unsigned_t<To>, std::make_unsigned_t<From>>);
-    if (elements != 0) std::memcpy(to, from, elements * sizeof(To));
   }
 
   // This list's own. It keeps its room for the life of the process, so that a conversion allocates

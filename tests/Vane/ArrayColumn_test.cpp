@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <numeric>
+#include <span>
 
 #include "tests/Vane/Rows.h"
 
@@ -156,6 +158,26 @@ TEST(ArrayColumn, ReadingReservesOnce) {
   row.getFixElemArray<uint32_t>(col, values);
   EXPECT_EQ(values.data(), storage);
   EXPECT_EQ(values, ascending(100));
+}
+
+TEST(ArrayColumn, IsReadIntoAPlaceOfTheCallersAsFarAsThatReaches) {
+  enum class Port : uint32_t {};
+  BaseRow row(fixedLength);
+  set(row, {1, 0xFFFFFFFE, 3});
+  std::array<Port, 2> two{};
+  EXPECT_EQ(row.readFixElemArray(col, std::span<Port>(two)), 3u);
+  EXPECT_THAT(two, ElementsAre(Port{1}, Port{0xFFFFFFFE}));
+  Array five(5, 9);
+  EXPECT_EQ(row.readFixElemArray(col, std::span<uint32_t>(five)), 3u);
+  EXPECT_THAT(five, ElementsAre(1, 0xFFFFFFFE, 3, 9, 9));
+  EXPECT_EQ(row.readFixElemArray(col, std::span<uint32_t>()), 3u);
+}
+
+TEST(ArrayColumn, NothingIsReadOfAnAbsentArrayOrANullRow) {
+  Array values{7};
+  EXPECT_EQ(BaseRow(fixedLength).readFixElemArray(col, std::span<uint32_t>(values)), 0u);
+  EXPECT_EQ(BaseRow().readFixElemArray(col, std::span<uint32_t>(values)), 0u);
+  EXPECT_THAT(values, ElementsAre(7));
 }
 
 TEST(ArrayColumn, TwoColumnsOfOneRowDoNotDisturbEachOther) {

@@ -7,8 +7,10 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "platform/Shoal/TableFormat.h"
+#include "platform/Shoal/Words.h"
 
 namespace Shoal {
 

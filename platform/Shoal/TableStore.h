@@ -128,6 +128,12 @@ class TableStore {
   // table is at capacity or memory has run out, with the numbers; requires: mode is writer.
   virtual bool set(Bytes key, Bytes entry) = 0;
 
+  // Claims all the memory that so many entries and their changes take, so that inserting them takes
+  // no longer than writing them. Throws Guard::MemoryResourceException when there is not so much,
+  // or when the table cannot hold them; the table is then as it was, but keeps what was claimed.
+  // requires: mode is writer. A store whose memory is there in any case has nothing to do.
+  virtual void reserve(uint64_t entries) { static_cast<void>(entries); }
+
   // Removes the entry of `key` and answers whether there was one; requires: mode is writer.
   virtual bool erase(Bytes key) = 0;
 

@@ -73,15 +73,13 @@ class Follower final : public ChangeFollower {
     return Result::missed;
   }
 
-  // Appends the records of so many changes, up to the first that has been overwritten. They come
-  // out of the writer's cache: a few of them are asked for ahead.
+  // Appends the records of so many changes, up to the first that has been overwritten. In order of
+  // their places, as they are, the processor fetches the next ones by itself.
   size_t copyRecords(Changes& out, size_t wanted) const {
-    constexpr uint64_t ahead = 8;
     const size_t stride = table_.ringStride();
     std::byte* to = out.room(table_.shape.keySize, stride, wanted);
     size_t taken = 0;
     for (uint64_t number = position_ + 1; taken < wanted; ++number, ++taken, to += stride) {
-      if (taken + ahead < wanted) __builtin_prefetch(&table_.change(number + ahead));
       const ChangeHead& record = table_.change(number);
       if (look(record.number) != number) break;
       copyOut(to, reinterpret_cast<const std::byte*>(&record), stride);

@@ -41,7 +41,7 @@ struct EntryLayout {
 // Where a walk stands. Kept by the walker between two steps of one walk; only the store looks
 // inside.
 struct IterHint {
-  uint64_t slot = 0;        // slot of the entry last given out
+  uint64_t slot = 0;        // slot at which the last step ended
   uint64_t generation = 0;  // table generation that the slot belongs to; 0: no slot yet
   uint64_t keyHash = 0;     // hash of the key last given out
 };

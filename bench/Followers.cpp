@@ -14,7 +14,6 @@
 namespace Bench {
 namespace {
 
-using Change = Shoal::ChangeFollower::Change;
 using Result = Shoal::ChangeFollower::Result;
 using std::chrono::milliseconds;
 
@@ -29,7 +28,7 @@ std::unique_ptr<Shoal::ChangeFollower> followerOf(const SharedRoutes& routes,
 // Takes changes up to number `end`, waiting for them as `wait` does.
 template <class Wait>
 void followUpTo(uint64_t end, Shoal::ChangeFollower& follower, SharedWords& words, Wait wait) {
-  std::vector<Change> taken;
+  Shoal::ChangeFollower::Changes taken;
   while (follower.position() < end) {
     taken.clear();
     const Result result = follower.take(taken, 1024);
@@ -103,7 +102,7 @@ void visible(State& state, size_t messages, uint64_t pause, bool wake, Wait wait
     const auto list = prefixes(messages);
     Child child([&](SharedWords& words) {
       const auto follower = followerOf(routes);
-      std::vector<Change> taken;
+      Shoal::ChangeFollower::Changes taken;
       words.ready.store(1);
       while (follower->position() < messages) {
         wait(*follower);

@@ -152,8 +152,7 @@ void tables() {
   });
   check(found, "an entry for each step of the walk");
   const auto follower = Shoal::follow(shared.table->store(), rounds);  // all that its ring holds
-  std::vector<Shoal::ChangeFollower::Change> changes;
-  changes.reserve(1);
+  Shoal::ChangeFollower::Changes changes;
   measure("follower.take", [&](uint32_t) {
     changes.clear();
     found = follower->take(changes, 1) == Shoal::ChangeFollower::Result::changes;

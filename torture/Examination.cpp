@@ -152,15 +152,16 @@ void Examiner::whole(const Shoal::TableStore& table, const Content& content) {
 void Examiner::changes(const Store& table, const Content& now, const Between& between) {
   const bool isOneStep = between.before && between.after;
   const auto follower = Shoal::follow(table, isOneStep ? between.changesBefore : 0);
-  std::vector<Shoal::ChangeFollower::Change> taken;
+  Shoal::ChangeFollower::Changes taken;
   if (follower->take(taken, size_t{1} << 20) == Shoal::ChangeFollower::Result::missed) {
     return found(&Tally::lost, "the change ring does not tell of the last changes");
   }
   std::map<ByteString, bool, InOrder> removed;
   for (const auto& change : taken) {
-    const bool isNew = removed.insert_or_assign(change.key, change.removed).second;
+    const ByteString key(change.key.begin(), change.key.end());
+    const bool isNew = removed.insert_or_assign(key, change.removed).second;
     if (!isNew && isOneStep) {
-      found(&Tally::torn, "the change ring tells of one step twice, of " + hexOf(change.key));
+      found(&Tally::torn, "the change ring tells of one step twice, of " + hexOf(key));
     }
   }
   for (const auto& [key, isRemoved] : removed) {

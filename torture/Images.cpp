@@ -212,7 +212,7 @@ class Trial {
   // it holds, each number one above the one before.
   void follow(const Store& store) {
     const auto follower = Shoal::follow(store, 0);
-    std::vector<Shoal::ChangeFollower::Change> changes;
+    Shoal::ChangeFollower::Changes changes;
     for (size_t calls = 0; follower->take(changes, 16) == Shoal::ChangeFollower::Result::changes;) {
       if (++calls > Image::ringRecords) return finding(&Tally::hung, "changes without an end");
     }

@@ -316,7 +316,7 @@ class Load {
 
   void checkChanges(const Store& store) {
     const auto follower = Shoal::follow(store, oracle_->followed.load());
-    std::vector<Shoal::ChangeFollower::Change> changes;
+    Shoal::ChangeFollower::Changes changes;
     const bool all = follower->take(changes, 1u << 20) != Shoal::ChangeFollower::Result::missed;
     std::map<size_t, bool> removed;
     for (const auto& change : changes) {

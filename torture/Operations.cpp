@@ -83,6 +83,10 @@ auto attachingAndRemoving(uint64_t capacity) {
   };
 }
 
+auto reserving(uint64_t entries) {
+  return [=](Shoal::TableStore& table) { table.reserve(entries); };
+}
+
 void clear(Shoal::TableStore& table) { table.clear(); }
 void removeOnly(const std::filesystem::path& root) { Shoal::removeTable(root, tableName); }
 
@@ -129,6 +133,11 @@ std::vector<Operation> allOperations() {
                  {}});
   all.push_back({"large entries", group, crowdedWith<Group>(6), puttingNumbers<Group>(5, 9), {}});
   all.push_back({"grow", crowd, crowdedWith<Tiny>(511), puttingNumbers<Tiny>(511, 514), {}});
+  all.push_back({"reserve",
+                 crowd,
+                 crowdedWith<Tiny>(3),
+                 {reserving(1100), setting(Tiny::make(4, 1)), reserving(1100)},
+                 {}});
   all.push_back({"create", tiny, {}, {}, attachingAndLeaving<Tiny>(6)});
   all.push_back(
       {"attach and detach", tiny, filledWith<Tiny>(3, {1}), {}, attachingAndLeaving<Tiny>(6)});

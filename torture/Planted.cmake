@@ -45,22 +45,23 @@ plant(entry-never-odd TableWriter.cpp
   crashPoint<"entry: sequence odd">();]]
   [[  crashPoint<"entry: sequence odd">();]])
 plant(entry-even-before-its-bytes TableWriter.cpp
-  [[  copyIn(table_.entry(slot), entry, table_.plan.entrySize);
+  [[  copyIn(entryOf(head), entry, table_.shape.entrySize);
   crashPoint<"entry: bytes written">();
   put(head.sequence, odd + 1);]]
   [[  put(head.sequence, odd + 1);
   crashPoint<"entry: bytes written">();
-  copyIn(table_.entry(slot), entry, table_.plan.entrySize);]])
+  copyIn(entryOf(head), entry, table_.shape.entrySize);]])
 plant(reader-does-not-look-again TableView.h
-  [[  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;]]
-  [[  return Seen::whole;]])
+  [=[  if (look(head.sequence) != sequence) [[unlikely]]
+    return Seen::moved;
+]=] "")
 # What a processor may make of loads or stores without an order, on one that keeps them in order.
 plant(reader-looks-again-too-early TableView.h
-  [[  copyOut(out, entry, table.plan.entrySize);
-  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;]]
+  [[  copyOut(copy.data(), entry, table.shape.entrySize);
+  if (look(head.sequence) != sequence)]]
   [[  const uint32_t again = look(head.sequence);
-  copyOut(out, entry, table.plan.entrySize);
-  return again == sequence ? Seen::whole : Seen::moved;]])
+  copyOut(copy.data(), entry, table.shape.entrySize);
+  if (again != sequence)]])
 plant(erase-listed-before-its-entry-is-gone TableWriter.cpp
   [[  put(table_.slot(slot).state, freeState(header().freeHead));
   crashPoint<"erase: entry gone">();
@@ -70,15 +71,15 @@ plant(erase-listed-before-its-entry-is-gone TableWriter.cpp
   crashPoint<"erase: entry gone">();
   put(table_.slot(slot).state, freeState(next));]])
 plant(insert-live-before-its-entry TableWriter.cpp
-  [[  writeEntry(slot, entry);
+  [[  writeEntry(head, entry);
   index_.add(hash, slot);]]
   [[  put(table_.slot(slot).state, slotLive);
-  writeEntry(slot, entry);
+  writeEntry(head, entry);
   index_.add(hash, slot);]])
 plant(insert-live-before-its-index-word TableWriter.cpp
-  [[  writeEntry(slot, entry);
+  [[  writeEntry(head, entry);
   index_.add(hash, slot);]]
-  [[  writeEntry(slot, entry);
+  [[  writeEntry(head, entry);
   put(table_.slot(slot).state, slotLive);
   crashPoint<"insert: live too early">();
   index_.add(hash, slot);]])
@@ -96,8 +97,8 @@ plant(journal-left-out TableWriter.cpp [[  keepInJournal(slot, odd);
 ]] "")
 plant(journal-kept-after-the-entry TableWriter.cpp
   [[  keepInJournal(slot, odd);
-  writeEntry(slot, entry);]]
-  [[  writeEntry(slot, entry);
+  writeEntry(head, entry);]]
+  [[  writeEntry(head, entry);
   keepInJournal(slot, odd);]])
 
 # The record of the operation under way.
@@ -128,7 +129,7 @@ plant(repair-loses-the-slot-of-an-insert TableWriter.cpp
   [[  put(header().freeHead, slot + 1);
   crashPoint<"repair: insert's slot listed as free">();]] "")
 plant(repair-keeps-a-torn-entry TableWriter.cpp
-  [[      copyIn(table_.entry(slot), kept, table_.plan.entrySize);
+  [[      copyIn(table_.entry(slot), kept, table_.shape.entrySize);
       crashPoint<"repair: old entry back">();]] "")
 plant(repair-leaves-a-hole TableWriter.cpp [[  index_.finishRemoval();
 ]] "")
@@ -178,7 +179,7 @@ plant(memory-not-claimed Memory.cpp
   [[  if (result != 0) return false;]] [[]])
 plant(file-size-not-checked TableFormat.cpp
   [[{"file size", fileSize, expected.fileSize}]] [[{"file size", fileSize, fileSize}]])
-plant(slots-in-use-not-checked TableView.cpp [[(value > plan.capacity)]] [[(value > plan.capacity * 64)]])
+plant(slots-in-use-not-checked TableView.h [[(value > plan.capacity)]] [[(value > plan.capacity * 64)]])
 
 # Files and processes.
 plant(lock-not-taken TableFile.cpp

@@ -192,7 +192,7 @@ class Visitor {
 void follow(const std::shared_ptr<Shoal::TableStore>& table, uint32_t records, uint64_t since) {
   isRefused<CorruptionDetectedException>([&] {
     const auto follower = Shoal::follow(table, since);
-    std::vector<Shoal::ChangeFollower::Change> changes;
+    Shoal::ChangeFollower::Changes changes;
     uint64_t last = 0;
     for (int turn = 0; turn < 4; ++turn) {
       changes.clear();

@@ -33,6 +33,7 @@ struct KernelSpan {
   long nanoseconds;
 };
 
+template <class Shape>
 class Follower final : public ChangeFollower {
  public:
   Follower(std::shared_ptr<const Store> store, std::optional<uint64_t> since)
@@ -40,17 +41,15 @@ class Follower final : public ChangeFollower {
     position_ = since.value_or(latest());
   }
 
-  Result take(std::vector<Change>& out, size_t limit) override {
+  Result take(Changes& out, size_t limit) override {
     const uint64_t end = latest();
     if (position_ > end || end - position_ > table_.plan.ringRecords) return missed();
-    const size_t before = out.size();
-    while (position_ != end && out.size() - before < limit) {
-      auto change = read(position_ + 1);
-      if (!change) return out.size() == before ? missed() : Result::changes;
-      out.push_back(std::move(*change));
-      ++position_;
-    }
-    return out.size() == before ? Result::none : Result::changes;
+    const size_t wanted = static_cast<size_t>(std::min<uint64_t>(end - position_, limit));
+    if (wanted == 0) return Result::none;
+    const size_t taken = copyRecords(out, wanted);
+    if (taken == 0) return missed();
+    position_ += taken;
+    return Result::changes;
   }
 
   bool wait(milliseconds limit) override {
@@ -74,14 +73,20 @@ class Follower final : public ChangeFollower {
     return Result::missed;
   }
 
-  std::optional<Change> read(uint64_t number) const {
-    const ChangeHead& record = table_.change(number);
-    if (look(record.number) != number) return std::nullopt;
-    Change change{number, look(record.kind) == ChangeHead::removed, {}};
-    change.key.resize(table_.plan.keySize);
-    copyOut(change.key.data(), table_.changeKey(number), table_.plan.keySize);
-    if (look(record.number) != number) return std::nullopt;
-    return change;
+  // Appends the records of so many changes, up to the first that has been overwritten. In order of
+  // their places, as they are, the processor fetches the next ones by itself.
+  size_t copyRecords(Changes& out, size_t wanted) const {
+    const size_t stride = table_.ringStride();
+    std::byte* to = out.room(table_.shape.keySize, stride, wanted);
+    size_t taken = 0;
+    for (uint64_t number = position_ + 1; taken < wanted; ++number, ++taken, to += stride) {
+      const ChangeHead& record = table_.change(number);
+      if (look(record.number) != number) break;
+      copyOut(to, reinterpret_cast<const std::byte*>(&record), stride);
+      if (look(record.number) != number) break;
+    }
+    out.added(taken);
+    return taken;
   }
 
   void sleep(uint32_t wakes, std::chrono::nanoseconds span) const {
@@ -90,7 +95,7 @@ class Follower final : public ChangeFollower {
   }
 
   std::shared_ptr<const Store> store_;
-  const TableView& table_;
+  const ShapedView<Shape> table_;
   uint64_t position_ = 0;
 };
 
@@ -103,7 +108,9 @@ std::unique_ptr<ChangeFollower> follow(const std::shared_ptr<TableStore>& store,
     throw Guard::Exception("shared table \"" + (store ? store->path() : std::string()) +
                            "\": only an attached table has changes to follow");
   }
-  return std::make_unique<Follower>(std::move(mapped), since);
+  return withShapeOf(mapped->view().plan, [&](auto shape) -> std::unique_ptr<ChangeFollower> {
+    return std::make_unique<Follower<decltype(shape)>>(std::move(mapped), since);
+  });
 }
 
 }  // namespace Shoal

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -91,16 +92,23 @@ Memory::~Memory() {
   unmap();
 }
 
-// First the addresses, with a page more on either side, then the memory in their middle.
+// First the addresses, with a page more on either side, then the memory in their middle. What is
+// larger than a huge page begins at a multiple of one, as the file does.
 void Memory::map(int protection, int flags) {
-  constexpr uint64_t guards = 2 * pageSize;
-  if (size_ > std::numeric_limits<size_t>::max() - guards) {
+  const uint64_t alignment = size_ < hugePageSize ? pageSize : hugePageSize;
+  const uint64_t around = pageSize + alignment;
+  if (size_ > std::numeric_limits<size_t>::max() - around) {
     throwNoAddressSpace(name_, size_, ENOMEM);
   }
-  void* all = ::mmap(nullptr, static_cast<size_t>(size_ + guards), PROT_NONE,
-                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  const auto length = static_cast<size_t>(size_ + around);
+  void* const all =
+      ::mmap(nullptr, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (all == MAP_FAILED) throwNoAddressSpace(name_, size_, errno);
-  base_ = static_cast<std::byte*>(all) + pageSize;
+  const auto address = reinterpret_cast<uintptr_t>(all);
+  const auto above = static_cast<size_t>(alignUp(address + pageSize, alignment) - address);
+  base_ = static_cast<std::byte*>(all) + above;
+  ::munmap(all, above - pageSize);
+  ::munmap(base_ + size_ + pageSize, length - above - static_cast<size_t>(size_ + pageSize));
   if (::mmap(base_, static_cast<size_t>(size_), protection, flags | MAP_FIXED,
              file_ ? file_.get() : -1, 0) == MAP_FAILED) {
     const int error = errno;
@@ -112,33 +120,50 @@ void Memory::map(int protection, int flags) {
 
 void Memory::unmap() { ::munmap(base_ - pageSize, static_cast<size_t>(size_ + 2 * pageSize)); }
 
-// Enters the claimed pages into the page table now, in one go, which costs a fraction of one fault
-// for each when it is first written. A kernel that cannot do it leaves it to the faults.
-void Memory::populate(uint64_t offset, uint64_t bytes) {
+// Enters claimed pages into the page table now, which costs a fraction of one fault for each when
+// it is first written: as huge pages where they fill some, else one by one.
+void Memory::enter(uint64_t from, uint64_t to, uint64_t since) {
+  const uint64_t firstHuge =
+      std::max(alignUp(since, hugePageSize), from / hugePageSize * hugePageSize);
+  const uint64_t lastHuge = to / hugePageSize * hugePageSize;
+  if (firstHuge >= lastHuge || !collapse(firstHuge, lastHuge)) return populate(from, to);
+  populate(from, firstHuge);
+  populate(lastHuge, to);
+}
+
+// Has the kernel make huge pages of these. Not every kernel and file system does; and one that has
+// none left is not asked again.
+bool Memory::collapse(uint64_t from, uint64_t to) {
+  constexpr int advice = 25;  // MADV_COLLAPSE, which older C libraries do not name
+  const auto size = static_cast<size_t>(to - from);
+  hasHugePages_ = hasHugePages_ && ::madvise(base_ + from, size, advice) == 0;
+  return hasHugePages_;
+}
+
+// A kernel that cannot do it leaves it to the faults.
+void Memory::populate(uint64_t from, uint64_t to) {
 #ifdef MADV_POPULATE_WRITE
-  const uint64_t from = (offset + pageSize - 1) / pageSize * pageSize;
-  const uint64_t to = (offset + bytes) / pageSize * pageSize;
-  if (from < to) {
-    ::madvise(base_ + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE);
-  }
+  from = alignUp(from, pageSize);
+  to = to / pageSize * pageSize;
+  if (from < to) ::madvise(base_ + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE);
 #else
-  (void)offset, (void)bytes;
+  (void)from, (void)to;
 #endif
 }
 
-bool Memory::tryClaim(uint64_t offset, uint64_t bytes) {
+bool Memory::tryClaim(uint64_t offset, uint64_t bytes, uint64_t since) {
   if (!file_ || bytes == 0) return true;
   int result;
   do {
     result = ::fallocate(file_.get(), 0, static_cast<off_t>(offset), static_cast<off_t>(bytes));
   } while (result != 0 && errno == EINTR);
   if (result != 0) return false;
-  populate(offset, bytes);
+  enter(offset, offset + bytes, since);
   return true;
 }
 
-void Memory::claim(uint64_t offset, uint64_t bytes) {
-  if (!tryClaim(offset, bytes)) throwNoMemory(name_, file_.get(), bytes, errno);
+void Memory::claim(uint64_t offset, uint64_t bytes, uint64_t since) {
+  if (!tryClaim(offset, bytes, since)) throwNoMemory(name_, file_.get(), bytes, errno);
 }
 
 }  // namespace Shoal

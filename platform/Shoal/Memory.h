@@ -3,6 +3,9 @@
 // A file is sparse. Every part of it is claimed before it is written, so that a memory file system
 // without room is an exception here and never a fault signal later.
 //
+// Memory that is claimed is in huge pages where the kernel makes some on request: tables are read
+// at random, and with small pages most of a look-up's time goes into finding where its page is.
+//
 // On either side of the map lies a page that nobody may touch, so that a wrong place in it is a
 // fault at once and never another object's bytes.
 //
@@ -19,6 +22,8 @@
 namespace Shoal {
 
 using Kit::FileDescriptor;
+
+inline constexpr uint64_t hugePageSize = 2u << 20;
 
 class Memory {
  public:
@@ -37,20 +42,24 @@ class Memory {
   static const char* nameAt(const void* address) noexcept;
 
   // Makes sure that these bytes have memory. Throws Guard::MemoryResourceException, with the bytes
-  // needed and free. What is already there stays.
-  void claim(uint64_t offset, uint64_t bytes);
+  // needed and free. What is already there stays. All from `since` to `offset` is claimed already.
+  void claim(uint64_t offset, uint64_t bytes, uint64_t since);
+  void claim(uint64_t offset, uint64_t bytes) { claim(offset, bytes, offset); }
   // The same, but only answers whether it could.
-  bool tryClaim(uint64_t offset, uint64_t bytes);
+  bool tryClaim(uint64_t offset, uint64_t bytes, uint64_t since);
 
  private:
   void map(int protection, int flags);
   void unmap();
-  void populate(uint64_t offset, uint64_t bytes);
+  void enter(uint64_t from, uint64_t to, uint64_t since);
+  bool collapse(uint64_t from, uint64_t to);
+  void populate(uint64_t from, uint64_t to);
 
   FileDescriptor file_;
   uint64_t size_;
   std::string name_;
   std::byte* base_ = nullptr;
+  bool hasHugePages_ = true;  // until it is known better
 };
 
 }  // namespace Shoal

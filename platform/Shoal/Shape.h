@@ -1,9 +1,9 @@
 // The sizes of a table's entries, as the code that moves them sees them.
 //
 // Entries are hashed, compared and moved word by word. Where the compiler knows how many words
-// there are, they pass through registers, and a read takes a third of the instructions. The entries
-// that a switch has by the million have code of their own; all others share code that is told the
-// sizes.
+// there are, they pass through registers, and a read takes less than half the instructions. The
+// entries that a switch has by the million have code of their own; all others share code that is
+// told the sizes.
 #pragma once
 
 #include <cstdint>

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "platform/Guard/Exception.h"
+#include "platform/Shoal/TableFormat.h"
 #include "platform/Shoal/TableStore.h"
 
 namespace Shoal {
@@ -98,14 +100,58 @@ class ChangeFollower {
   struct Change {
     uint64_t number;  // 1 for the table's first change; each next one is one more
     bool removed;     // by this change; read the table for what holds now
-    std::vector<std::byte> key;
+    Bytes key;        // lies in the Changes that it comes from
+  };
+
+  // Changes as they were taken, oldest first: their records in the ring, one behind the other.
+  // Keeps its memory when it is cleared. All changes in it are of tables with one key size.
+  class Changes {
+   public:
+    class Iterator {
+     public:
+      Iterator(const Changes& changes, size_t at) : changes_(&changes), at_(at) {}
+      Change operator*() const { return (*changes_)[at_]; }
+      Iterator& operator++() { return ++at_, *this; }
+      bool operator==(const Iterator&) const = default;
+
+     private:
+      const Changes* changes_;
+      size_t at_;
+    };
+
+    size_t size() const { return count_; }
+    bool empty() const { return count_ == 0; }
+    void clear() { count_ = 0; }
+    Change operator[](size_t at) const {
+      const std::byte* record = &records_[at * stride_];
+      ChangeHead head;
+      std::memcpy(&head, record, sizeof head);
+      return {head.number, head.kind == ChangeHead::removed, {record + sizeof head, keySize_}};
+    }
+    Change back() const { return (*this)[count_ - 1]; }
+    Iterator begin() const { return {*this, 0}; }
+    Iterator end() const { return {*this, count_}; }
+
+    // For the follower: room for so many more records, and how many of them were of use.
+    std::byte* room(size_t keySize, size_t stride, size_t records) {
+      keySize_ = keySize;
+      stride_ = stride;
+      const size_t needed = (count_ + records) * stride;
+      if (records_.size() < needed) records_.resize(needed);
+      return &records_[count_ * stride];
+    }
+    void added(size_t records) { count_ += records; }
+
+   private:
+    size_t keySize_ = 0, stride_ = 0, count_ = 0;
+    std::vector<std::byte> records_;
   };
   enum class Result { changes, none, missed };
 
   virtual ~ChangeFollower() = default;
-  // Takes up to `limit` changes that are ready, oldest first. `missed`: the writer has overwritten
-  // some that this follower had not read; read the table afresh, it goes on from now.
-  virtual Result take(std::vector<Change>& out, size_t limit) = 0;
+  // Adds up to `limit` changes that are ready, oldest first, to `out`. `missed`: the writer has
+  // overwritten some that this follower had not read; read the table afresh, it goes on from now.
+  virtual Result take(Changes& out, size_t limit) = 0;
   // Sleeps until there is a change to take, or until `limit` has passed; whether there is one.
   virtual bool wait(std::chrono::milliseconds limit) = 0;
   // The number of the last change taken or skipped.

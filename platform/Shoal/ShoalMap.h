@@ -85,6 +85,8 @@ class ShoalMap {
 
   // Inserts or replaces; answers whether the key is new. requires: mode() is writer.
   bool set(const Key& key, const Entry& entry) { return store_->set(bytesOf(key), bytesOf(entry)); }
+  // Claims the memory of so many entries before they come. requires: mode() is writer.
+  void reserve(uint64_t entries) { store_->reserve(entries); }
   bool erase(const Key& key) { return store_->erase(bytesOf(key)); }
   void clear() { store_->clear(); }
 

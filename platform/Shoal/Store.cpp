@@ -79,6 +79,7 @@ class ShapedStore final : public Store {
     needEntries(entry);
     return writer("set").set(key.data(), entry.data());
   }
+  void reserve(uint64_t entries) override { writer("reserve").reserve(entries); }
   bool erase(Bytes key) override {
     needKeys(key);
     return writer("erase").erase(key.data());

@@ -168,15 +168,14 @@ struct Plan {
   // requires: the sizes are within the limits above.
   Plan(uint32_t entry, uint32_t keyAt, uint32_t key, uint32_t slots);
 
+  // The bits of an index word that hold 1 + slot. The others hold the low bits of the hash, its
+  // tag.
+  uint32_t slotMask() const { return (1u << slotBits) - 1; }
+  uint32_t tagOf(uint64_t hash) const { return static_cast<uint32_t>(hash) << slotBits; }
+  uint32_t wordOf(uint64_t hash, uint32_t slot) const { return tagOf(hash) | (slot + 1); }
+  bool tagMatches(uint32_t word, uint64_t hash) const { return (word ^ tagOf(hash)) <= slotMask(); }
   // The slot of an index word, or something not below capacity if the word is not one of ours.
-  uint32_t slotOf(uint32_t word) const { return (word & ((1u << slotBits) - 1)) - 1; }
-  uint32_t wordOf(uint64_t hash, uint32_t slot) const {
-    return static_cast<uint32_t>(hash) << slotBits | (slot + 1);
-  }
-  // Whether the word's tag is that of the hash.
-  bool tagMatches(uint32_t word, uint64_t hash) const {
-    return ((word ^ (static_cast<uint32_t>(hash) << slotBits)) >> slotBits) == 0;
-  }
+  uint32_t slotOf(uint32_t word) const { return (word & slotMask()) - 1; }
 };
 
 // What the fixed part of a header must be for this table.

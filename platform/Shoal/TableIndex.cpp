@@ -24,7 +24,7 @@ void IndexWriter<Shape>::grow() {
   const uint32_t next = level() + 1;
   if (next >= table_.plan.indexLevels) table_.corrupt("index too small for its slots");
   const uint64_t bytes = uint64_t{table_.plan.levelWords[next]} * sizeof(uint32_t);
-  memory_.claim(table_.plan.levelOffset[next], bytes);
+  memory_.claim(table_.plan.levelOffset[next], bytes, table_.plan.indexOffset);
   crashPoint<"grow: level has memory">();
   std::memset(table_.index(next), 0, bytes);
   crashPoint<"grow: level empty">();

@@ -35,14 +35,16 @@ struct IndexLevel {
 // Hands the slots that may hold the key to `visit`, in probe order, until it says that it is done.
 // Returns whether it did; else there is no further one.
 template <class Visit>
-bool probe(const TableView& table, uint64_t hash, Visit&& visit) {
+[[gnu::always_inline]] inline bool probe(const TableView& table, uint64_t hash, Visit&& visit) {
   const auto [words, mask] = IndexLevel(table);
+  const uint32_t tag = table.plan.tagOf(hash), slotMask = table.plan.slotMask();
   uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
   for (uint32_t count = 0; count <= mask; ++count, at = (at + 1) & mask) {
     const uint32_t word = look(words[at]);
     if (word == 0) return false;
-    if (!table.plan.tagMatches(word, hash)) continue;
-    const uint32_t slot = table.plan.slotOf(word);
+    const uint32_t withoutTag = word ^ tag;
+    if (withoutTag > slotMask) continue;  // the tag of another key
+    const uint32_t slot = withoutTag - 1;
     if (slot >= table.plan.capacity) table.corrupt("index word without a slot");
     if (visit(slot)) return true;
   }

@@ -17,7 +17,7 @@ class Attempts {
  public:
   explicit Attempts(const TableView& table) : table_(table) {}
 
-  void again() {
+  [[gnu::cold]] void again() {
     if (++count_ % 64 != 0) return;
     const auto now = std::chrono::steady_clock::now();
     if (count_ == 64) deadline_ = now + limit;
@@ -46,12 +46,12 @@ bool TableReader<Shape>::lookup(const std::byte* key, uint64_t hash, std::byte* 
   for (Attempts attempts(table_);; attempts.again()) {
     const uint32_t version = look(table_.header().indexVersion);
     Seen seen = Seen::absent;
-    probe(table_, hash, [&](uint32_t slot) {
-      seen = readSlot(table_, slot, key, entry);
+    const bool isDecided = probe(table_, hash, [&](uint32_t slot) {
+      seen = readSlot(table_, table_.slot(slot), key, entry);
       return seen == Seen::whole || seen == Seen::moved;
     });
-    if (seen == Seen::whole) return true;
-    if (seen != Seen::moved && look(table_.header().indexVersion) == version) return false;
+    if (isDecided && seen == Seen::whole) return true;
+    if (!isDecided && look(table_.header().indexVersion) == version) return false;
   }
 }
 
@@ -71,8 +71,10 @@ void TableReader<Shape>::lookupBatch(const std::byte* keys, std::byte* entries,
       __builtin_prefetch(level.home(hashes[i]));
     }
     for (size_t i = 0; i < count; ++i) {
-      const uint32_t slot = table_.plan.slotOf(look(*level.home(hashes[i])));
-      if (slot < table_.plan.capacity) __builtin_prefetch(&table_.slot(slot));
+      const uint32_t word = look(*level.home(hashes[i]));
+      const uint32_t slot = table_.plan.slotOf(word);
+      const bool isWorthIt = slot < table_.plan.capacity && table_.plan.tagMatches(word, hashes[i]);
+      if (isWorthIt) __builtin_prefetch(&table_.slot(slot));
     }
     for (size_t i = 0; i < count; ++i, keys += shape.keySize, entries += shape.entrySize) {
       found[i] = lookup(keys, hashes[i], entries);
@@ -81,15 +83,12 @@ void TableReader<Shape>::lookupBatch(const std::byte* keys, std::byte* entries,
 }
 
 template <class Shape>
-bool TableReader<Shape>::scan(uint32_t& slot, uint32_t end, std::byte* entry) const {
-  for (; slot < end; ++slot) {
-    Seen seen = readSlot(table_, slot, nullptr, entry);
-    for (Attempts attempts(table_); seen == Seen::moved; attempts.again()) {
-      seen = readSlot(table_, slot, nullptr, entry);
-    }
-    if (seen == Seen::whole) return true;
+[[gnu::noinline]] Seen TableReader<Shape>::readAgain(const SlotHead& slot, std::byte* entry) const {
+  Seen seen = Seen::moved;
+  for (Attempts attempts(table_); seen == Seen::moved; attempts.again()) {
+    seen = readSlot(table_, slot, nullptr, entry);
   }
-  return false;
+  return seen;
 }
 
 // An entry that cannot be read is for the next call to tell of, if there are others before it.
@@ -97,21 +96,29 @@ template <class Shape>
 size_t TableReader<Shape>::next(const std::byte* key, IterHint& hint, std::byte* entries,
                                 size_t room) const {
   const Shape& shape = table_.shape;
-  uint32_t slot = key != nullptr ? slotAfter(key, hint) : 0;
-  const uint32_t end = table_.highWater();
-  size_t count = 0;
+  const size_t stride = table_.slotStride();
+  const auto* at =
+      reinterpret_cast<const std::byte*>(&table_.slot(key != nullptr ? slotAfter(key, hint) : 0));
+  const auto* const end = reinterpret_cast<const std::byte*>(&table_.slot(table_.highWater()));
+  std::byte* out = entries;
+  std::byte* const full = entries + room * shape.entrySize;
   try {
-    for (; count < room && scan(slot, end, entries + count * shape.entrySize); ++slot) ++count;
+    for (; at < end && out != full; at += stride) {
+      const auto& slot = *reinterpret_cast<const SlotHead*>(at);
+      Seen seen = readSlot(table_, slot, nullptr, out);
+      if (seen == Seen::moved) [[unlikely]]
+        seen = readAgain(slot, out);
+      if (seen == Seen::whole) out += shape.entrySize;
+    }
   } catch (const Guard::CorruptionDetectedException&) {
-    if (count == 0) throw;
+    if (out == entries) throw;
   }
-  if (count == 0) return 0;
-  const std::byte* last = entries + (count - 1) * shape.entrySize;
-  hint.slot = slot - 1;
+  if (out == entries) return 0;
+  hint.slot = table_.slotOf(*reinterpret_cast<const SlotHead*>(at)) - 1;
   // 0 is for "no slot yet", also in a table that says so of itself.
   hint.generation = std::max<uint64_t>(1, look(table_.header().generation));
-  hint.keyHash = keyMark(last + shape.keyOffset, shape.keySize);
-  return count;
+  hint.keyHash = keyMark(out - shape.entrySize + shape.keyOffset, shape.keySize);
+  return static_cast<size_t>(out - entries) / shape.entrySize;
 }
 
 // Slots outlive a writer, so that a hint stays good when another one has attached meanwhile.

@@ -32,8 +32,8 @@ class TableReader {
 
  private:
   bool lookup(const std::byte* key, uint64_t hash, std::byte* entry) const;
-  // The first entry from `slot` on, whose slot is `slot` then.
-  bool scan(uint32_t& slot, uint32_t end, std::byte* entry) const;
+  // What is in a slot in which the writer was met.
+  Seen readAgain(const SlotHead& slot, std::byte* entry) const;
   // The slot with which to go on after `key`.
   uint32_t slotAfter(const std::byte* key, const IterHint& hint) const;
   uint32_t slotAfterByIndex(const std::byte* key, uint64_t hash) const;

@@ -41,7 +41,7 @@ struct EntryLayout {
 // Where a walk stands. Kept by the walker between two steps of one walk; only the store looks
 // inside.
 struct IterHint {
-  uint64_t slot = 0;        // slot of the entry last given out
+  uint64_t slot = 0;        // slot at which the last step ended
   uint64_t generation = 0;  // table generation that the slot belongs to; 0: no slot yet
   uint64_t keyHash = 0;     // hash of the key last given out
 };
@@ -127,6 +127,12 @@ class TableStore {
   // copy of it. Answers whether the key is new. Throws Guard::MemoryResourceException when the
   // table is at capacity or memory has run out, with the numbers; requires: mode is writer.
   virtual bool set(Bytes key, Bytes entry) = 0;
+
+  // Claims all the memory that so many entries and their changes take, so that inserting them takes
+  // no longer than writing them. Throws Guard::MemoryResourceException when there is not so much,
+  // or when the table cannot hold them; the table is then as it was, but keeps what was claimed.
+  // requires: mode is writer. A store whose memory is there in any case has nothing to do.
+  virtual void reserve(uint64_t entries) { static_cast<void>(entries); }
 
   // Removes the entry of `key` and answers whether there was one; requires: mode is writer.
   virtual bool erase(Bytes key) = 0;

@@ -4,25 +4,17 @@
 
 namespace Shoal {
 
-uint32_t TableView::highWater() const {
-  const uint32_t value = look(header().highWater);
-  if (value > plan.capacity) [[unlikely]] {
-    corrupt("high water " + std::to_string(value) + " above the capacity " +
-            std::to_string(plan.capacity));
-  }
-  return value;
-}
-
-uint32_t TableView::indexLevel() const {
-  const uint32_t value = look(header().indexLevel);
-  if (value >= plan.indexLevels) [[unlikely]] {
-    corrupt("index level " + std::to_string(value) + " of " + std::to_string(plan.indexLevels));
-  }
-  return value;
-}
-
 void TableView::corrupt(const std::string& what) const {
   Guard::CorruptionDetectedException::throwException("shared table \"" + name + "\": " + what);
+}
+
+void TableView::corruptHighWater(uint32_t value) const {
+  corrupt("high water " + std::to_string(value) + " above the capacity " +
+          std::to_string(plan.capacity));
+}
+
+void TableView::corruptIndexLevel(uint32_t value) const {
+  corrupt("index level " + std::to_string(value) + " of " + std::to_string(plan.indexLevels));
 }
 
 void TableView::corruptJournal(uint32_t slot) const {

@@ -56,12 +56,24 @@ struct TableView {
   uint64_t hashOf(const std::byte* key) const { return keyHash(key, plan.keySize); }
 
   // Numbers out of the header that are used as bounds or places, checked.
-  uint32_t highWater() const;
-  uint32_t indexLevel() const;
+  uint32_t highWater() const {
+    const uint32_t value = look(header().highWater);
+    if (value > plan.capacity) [[unlikely]]
+      corruptHighWater(value);
+    return value;
+  }
+  uint32_t indexLevel() const {
+    const uint32_t value = look(header().indexLevel);
+    if (value >= plan.indexLevels) [[unlikely]]
+      corruptIndexLevel(value);
+    return value;
+  }
 
   // Throws Guard::CorruptionDetectedException; the text is the table's name and `what`.
   [[noreturn]] void corrupt(const std::string& what) const;
   [[noreturn]] void corruptJournal(uint32_t slot) const;
+  [[noreturn]] void corruptHighWater(uint32_t value) const;
+  [[noreturn]] void corruptIndexLevel(uint32_t value) const;
 };
 
 // The same table, its places and keys worked out from the sizes that its entries' shape knows.
@@ -72,27 +84,35 @@ struct ShapedView : TableView {
 
   explicit ShapedView(TableView table) : TableView(std::move(table)), shape(plan) {}
 
+  size_t slotStride() const { return sizeof(SlotHead) + alignUp(shape.entrySize, 8); }
   SlotHead& slot(uint32_t at) const {
-    const auto stride = static_cast<uint32_t>(sizeof(SlotHead) + alignUp(shape.entrySize, 8));
-    return *reinterpret_cast<SlotHead*>(base + plan.slotsOffset + uint64_t{at} * stride);
+    return *reinterpret_cast<SlotHead*>(base + plan.slotsOffset + uint64_t{at} * slotStride());
+  }
+  uint32_t slotOf(const SlotHead& head) const {
+    const auto offset = reinterpret_cast<const std::byte*>(&head) - (base + plan.slotsOffset);
+    return static_cast<uint32_t>(static_cast<size_t>(offset) / slotStride());
   }
   std::byte* entry(uint32_t at) const {
     return reinterpret_cast<std::byte*>(&slot(at)) + sizeof(SlotHead);
   }
+  size_t ringStride() const { return sizeof(ChangeHead) + alignUp(shape.keySize, 8); }
   ChangeHead& change(uint64_t number) const {
-    const auto stride = static_cast<uint32_t>(sizeof(ChangeHead) + alignUp(shape.keySize, 8));
     return *reinterpret_cast<ChangeHead*>(base + plan.ringOffset +
-                                          (number & (plan.ringRecords - 1)) * stride);
-  }
-  std::byte* changeKey(uint64_t number) const {
-    return reinterpret_cast<std::byte*>(&change(number)) + sizeof(ChangeHead);
+                                          (number & (plan.ringRecords - 1)) * ringStride());
   }
   uint64_t hashOf(const std::byte* key) const { return keyHash(key, shape.keySize); }
 };
 
-// Room for the copy of an entry; registers, if the shape is fixed.
+// Room for an entry on its way out.
 template <class Shape>
-using EntryRoom = std::array<std::byte, alignUp(Shape::largestEntry, sizeof(Word))>;
+using EntryRoom = std::array<std::byte, Shape::largestEntry>;
+
+// What stands behind the head of a slot, and of a change.
+inline const std::byte* entryOf(const SlotHead& head) {
+  return reinterpret_cast<const std::byte*>(&head + 1);
+}
+inline std::byte* entryOf(SlotHead& head) { return reinterpret_cast<std::byte*>(&head + 1); }
+inline std::byte* keyOf(ChangeHead& head) { return reinterpret_cast<std::byte*>(&head + 1); }
 
 // What became of one look at a slot.
 enum class Seen {
@@ -104,7 +124,8 @@ enum class Seen {
 
 // Whether the slot's key is `key`. Says nothing if the slot's sequence changes meanwhile.
 template <class Shape>
-bool keyIs(const ShapedView<Shape>& table, const std::byte* entry, const std::byte* key) {
+[[gnu::always_inline]] inline bool keyIs(const ShapedView<Shape>& table, const std::byte* entry,
+                                         const std::byte* key) {
   const Shape& shape = table.shape;
   if (shape.keyOffset % sizeof(Word) == 0) {
     return isSame(entry + shape.keyOffset, key, shape.keySize);
@@ -138,9 +159,9 @@ template <class Shape>
 // Copies the slot's entry to `out` if it is live and, unless `key` is null, has that key. By way of
 // a copy, so that bytes which turn out torn never get there.
 template <class Shape>
-Seen readSlot(const ShapedView<Shape>& table, uint32_t slot, const std::byte* key, std::byte* out) {
-  const SlotHead& head = table.slot(slot);
-  const std::byte* entry = table.entry(slot);
+[[gnu::always_inline]] inline Seen readSlot(const ShapedView<Shape>& table, const SlotHead& head,
+                                            const std::byte* key, std::byte* out) {
+  const std::byte* entry = entryOf(head);
   const uint32_t sequence = look(head.sequence);
   if (kindOf(look(head.state)) != slotLive) return Seen::absent;
   // A replace leaves the key as it is, so that it can be compared whether or not one is going on.
@@ -148,7 +169,7 @@ Seen readSlot(const ShapedView<Shape>& table, uint32_t slot, const std::byte* ke
     return look(head.sequence) == sequence ? Seen::other : Seen::moved;
   }
   if (sequence & 1) [[unlikely]]
-    return readJournal(table, slot, sequence, out);
+    return readJournal(table, table.slotOf(head), sequence, out);
   EntryRoom<Shape> copy;
   copyOut(copy.data(), entry, table.shape.entrySize);
   if (look(head.sequence) != sequence) [[unlikely]]

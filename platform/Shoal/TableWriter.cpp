@@ -17,7 +17,11 @@ namespace {
 
 constexpr uint64_t smallestClaim = 64u << 10;  // bytes
 constexpr uint64_t largestClaim = 4u << 20;    // bytes
-constexpr uint64_t changesPerWake = 64;
+constexpr uint32_t slotsAhead = 8;
+
+// So many changes come between two wake-ups, if nobody asks for one sooner: a waking costs both
+// sides more than some dozens of changes. A sleeper is then far from missing any.
+uint64_t changesPerWake(const Plan& plan) { return std::max(64u, plan.ringRecords / 64); }
 
 [[noreturn]] void throwFull(const TableView& table) {
   std::ostringstream text;
@@ -68,6 +72,20 @@ bool TableWriter<Shape>::set(const std::byte* key, const std::byte* entry) {
   }
   insert(hash, entry);
   return true;
+}
+
+// Each part as it would come one by one: whoever is killed in between leaves a table with memory to
+// spare.
+template <class Shape>
+void TableWriter<Shape>::reserve(uint64_t entries) {
+  if (entries == 0) return;
+  if (entries > table_.plan.capacity) throwFull(table_);
+  const auto slots = static_cast<uint32_t>(entries);
+  ensureSlot(slots - 1);
+  index_.ensureRoom(slots);
+  const uint64_t changes = header().changes + entries;
+  const uint32_t lastRecord = table_.plan.ringRecords - 1;
+  ensureRecord(static_cast<uint32_t>(std::min<uint64_t>(changes, lastRecord)));
 }
 
 template <class Shape>
@@ -135,7 +153,8 @@ void TableWriter<Shape>::listAll() {
 }
 
 template <class Shape>
-std::optional<uint32_t> TableWriter<Shape>::find(const std::byte* key, uint64_t hash) const {
+[[gnu::always_inline]] inline std::optional<uint32_t> TableWriter<Shape>::find(
+    const std::byte* key, uint64_t hash) const {
   std::optional<uint32_t> found;
   probe(table_, hash, [&](uint32_t slot) {
     if (slot >= header().highWater) table_.corrupt("index word without a slot");
@@ -154,10 +173,11 @@ void TableWriter<Shape>::insert(uint64_t hash, const std::byte* entry) {
   const uint32_t reusable = header().freeHead;
   const uint32_t slot =
       reusable != 0 ? takeFreeSlot(reusable - 1) : takeFreshSlot(header().highWater);
-  writeEntry(slot, entry);
+  SlotHead& head = table_.slot(slot);
+  writeEntry(head, entry);
   index_.add(hash, slot);
   crashPoint<"insert: index word added">();
-  put(table_.slot(slot).state, slotLive);
+  put(head.state, slotLive);
   crashPoint<"insert: entry there">();
   put(header().live, header().operation.liveBefore + 1);
   crashPoint<"insert: counted">();
@@ -178,13 +198,15 @@ uint32_t TableWriter<Shape>::takeFreeSlot(uint32_t slot) {
 }
 
 template <class Shape>
-uint32_t TableWriter<Shape>::takeFreshSlot(uint32_t slot) {
+[[gnu::always_inline]] inline uint32_t TableWriter<Shape>::takeFreshSlot(uint32_t slot) {
   if (slot >= table_.plan.capacity) throwFull(table_);
   ensureSlot(slot);
   if (table_.slot(slot).state != slotEmpty) {
     table_.corrupt("slot " + std::to_string(slot) + " is in use above the high water");
   }
   index_.ensureRoom(slot + 1);
+  // The slots that come next are asked for before they are written.
+  __builtin_prefetch(&table_.slot(slot + slotsAhead), 1);
   begin(OperationRecord::insert, slot);
   put(header().highWater, slot + 1);
   crashPoint<"insert: fresh slot taken">();
@@ -194,10 +216,11 @@ uint32_t TableWriter<Shape>::takeFreshSlot(uint32_t slot) {
 template <class Shape>
 void TableWriter<Shape>::replace(uint32_t slot, const std::byte* entry) {
   ensureChange();
-  const uint32_t odd = table_.slot(slot).sequence | 1;
+  SlotHead& head = table_.slot(slot);
+  const uint32_t odd = head.sequence | 1;
   begin(OperationRecord::replace, slot, odd);
   keepInJournal(slot, odd);
-  writeEntry(slot, entry);
+  writeEntry(head, entry);
   crashPoint<"replace: new entry there">();
   end(ChangeHead::set);
 }
@@ -217,12 +240,12 @@ void TableWriter<Shape>::eraseSlot(uint32_t slot) {
 }
 
 template <class Shape>
-void TableWriter<Shape>::writeEntry(uint32_t slot, const std::byte* entry) {
-  SlotHead& head = table_.slot(slot);
+[[gnu::always_inline]] inline void TableWriter<Shape>::writeEntry(SlotHead& head,
+                                                                  const std::byte* entry) {
   const uint32_t odd = head.sequence | 1;
   put(head.sequence, odd);
   crashPoint<"entry: sequence odd">();
-  copyIn(table_.entry(slot), entry, table_.shape.entrySize);
+  copyIn(entryOf(head), entry, table_.shape.entrySize);
   crashPoint<"entry: bytes written">();
   put(head.sequence, odd + 1);
   crashPoint<"entry: sequence even">();
@@ -230,7 +253,7 @@ void TableWriter<Shape>::writeEntry(uint32_t slot, const std::byte* entry) {
 
 // The two records take turns, so that a reader has a whole further replace's time to copy one.
 template <class Shape>
-void TableWriter<Shape>::keepInJournal(uint32_t slot, uint32_t odd) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::keepInJournal(uint32_t slot, uint32_t odd) {
   const uint32_t turn = header().operation.journalTurn & 1;
   put(header().operation.journalTurn, turn ^ 1);
   crashPoint<"journal: turn taken">();
@@ -248,7 +271,7 @@ void TableWriter<Shape>::keepInJournal(uint32_t slot, uint32_t odd) {
 // --- Memory -------------------------------------------------------------------------------------
 
 template <class Shape>
-void TableWriter<Shape>::ensureSlot(uint32_t slot) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::ensureSlot(uint32_t slot) {
   if (slot < header().slotsClaimed) [[likely]]
     return;
   put(header().slotsClaimed, claimElements(table_.plan.slotsOffset, table_.plan.slotStride,
@@ -258,39 +281,46 @@ void TableWriter<Shape>::ensureSlot(uint32_t slot) {
 
 // Records are used in the order of their places but for the first, which comes last.
 template <class Shape>
-void TableWriter<Shape>::ensureChange() {
-  const uint32_t record =
-      static_cast<uint32_t>(header().changes + 1) & (table_.plan.ringRecords - 1);
+[[gnu::always_inline]] inline void TableWriter<Shape>::ensureChange() {
+  ensureRecord(static_cast<uint32_t>(header().changes + 1) & (table_.plan.ringRecords - 1));
+}
+
+template <class Shape>
+[[gnu::always_inline]] inline void TableWriter<Shape>::ensureRecord(uint32_t record) {
   if (record < header().ringClaimed) [[likely]]
     return;
   put(header().ringClaimed,
-      claimElements(table_.plan.ringOffset, table_.plan.ringStride, header().ringClaimed,
-                    record + 1, table_.plan.ringRecords));
+      claimElements(table_.plan.ringOffset, table_.ringStride(), header().ringClaimed, record + 1,
+                    table_.plan.ringRecords));
   crashPoint<"claim: change records have memory">();
 }
 
 // Claims memory for at least `wanted` elements of a region, of which `claimed` have it: a chunk
-// ahead of use if there is room for one. Returns how many have it now.
+// ahead of use if there is room for one, of whole huge pages as soon as there are many. Returns how
+// many have it now.
 template <class Shape>
 uint32_t TableWriter<Shape>::claimElements(uint64_t offset, uint64_t stride, uint32_t claimed,
                                            uint32_t wanted, uint32_t limit) {
-  const uint64_t from = claimed * stride / pageSize * pageSize;
-  const uint64_t needed = alignUp(wanted * stride, pageSize);
-  const uint64_t chunk = std::clamp(from / 8 / pageSize * pageSize, smallestClaim, largestClaim);
-  const uint64_t region = alignUp(limit * stride, pageSize);
-  uint64_t to = std::min(std::max(needed, from + chunk), region);
-  if (!memory_.tryClaim(offset + from, to - from)) {
+  const uint64_t from = offset + claimed * stride / pageSize * pageSize;
+  const uint64_t needed = offset + alignUp(wanted * stride, pageSize);
+  const uint64_t end = offset + alignUp(limit * stride, pageSize);
+  const bool isLarge = from - offset >= hugePageSize;
+  const uint64_t chunk = isLarge ? largestClaim : std::max((from - offset) / 8, smallestClaim);
+  uint64_t to = alignUp(from + chunk, isLarge ? hugePageSize : pageSize);
+  to = std::min(std::max(needed, to), end);
+  if (!memory_.tryClaim(from, to - from, offset)) {
     to = needed;
-    memory_.claim(offset + from, to - from);
+    memory_.claim(from, to - from, offset);
   }
   crashPoint<"claim: memory there">();
-  return static_cast<uint32_t>(std::min<uint64_t>(to / stride, limit));
+  return static_cast<uint32_t>(std::min<uint64_t>((to - offset) / stride, limit));
 }
 
 // --- The operation record and the change ring ---------------------------------------------------
 
 template <class Shape>
-void TableWriter<Shape>::begin(OperationRecord::Kind kind, uint32_t slot, uint32_t odd) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::begin(OperationRecord::Kind kind,
+                                                             uint32_t slot, uint32_t odd) {
   OperationRecord& operation = header().operation;
   put(operation.slot, slot);
   put(operation.liveBefore, header().live);
@@ -302,7 +332,7 @@ void TableWriter<Shape>::begin(OperationRecord::Kind kind, uint32_t slot, uint32
 }
 
 template <class Shape>
-void TableWriter<Shape>::end(ChangeHead::Kind kind) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::end(ChangeHead::Kind kind) {
   OperationRecord& operation = header().operation;
   if (header().changes == operation.changesBefore) publish(kind, operation.slot);
   crashPoint<"record: change told">();
@@ -311,7 +341,8 @@ void TableWriter<Shape>::end(ChangeHead::Kind kind) {
 }
 
 template <class Shape>
-void TableWriter<Shape>::publish(ChangeHead::Kind kind, uint32_t slot) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::publish(ChangeHead::Kind kind,
+                                                               uint32_t slot) {
   const uint64_t number = header().changes + 1;
   ChangeHead& record = table_.change(number);
   put(record.number, 0);
@@ -319,14 +350,13 @@ void TableWriter<Shape>::publish(ChangeHead::Kind kind, uint32_t slot) {
   put(record.kind, kind);
   put(record.slot, slot);
   crashPoint<"change: kind and slot written">();
-  copyIn(table_.changeKey(number), table_.entry(slot) + table_.shape.keyOffset,
-         table_.shape.keySize);
+  copyIn(keyOf(record), table_.entry(slot) + table_.shape.keyOffset, table_.shape.keySize);
   crashPoint<"change: key written">();
   put(record.number, number);
   crashPoint<"change: numbered">();
   put(header().changes, number);
   crashPoint<"change: counted">();
-  if (number % changesPerWake == 0) wakeFollowers();
+  if ((number & (changesPerWake(table_.plan) - 1)) == 0) wakeFollowers();
 }
 
 template <class Shape>
@@ -344,7 +374,8 @@ void TableWriter<Shape>::repair() {
   const Plan& plan = table_.plan;
   memory_.claim(0, plan.slotsOffset + uint64_t{header().slotsClaimed} * plan.slotStride);
   for (uint32_t level = 0; level <= header().indexLevel; ++level) {
-    memory_.claim(plan.levelOffset[level], uint64_t{plan.levelWords[level]} * sizeof(uint32_t));
+    memory_.claim(plan.levelOffset[level], uint64_t{plan.levelWords[level]} * sizeof(uint32_t),
+                  plan.indexOffset);
   }
   memory_.claim(plan.ringOffset, uint64_t{header().ringClaimed} * plan.ringStride);
   crashPoint<"repair: memory claimed again">();

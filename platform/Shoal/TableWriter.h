@@ -19,13 +19,14 @@ template <class Shape>
 class TableWriter {
  public:
   TableWriter(const ShapedView<Shape>& table, Memory& memory)
-      : table_(table), memory_(memory), index_(table, memory) {}
+      : table_(table), header_(table.header()), memory_(memory), index_(table, memory) {}
 
   // Finishes or takes back the operation in which the last writer was killed. May itself be killed
   // and repeated. Claims again whatever the header says is claimed.
   void repair();
 
   bool set(const std::byte* key, const std::byte* entry);
+  void reserve(uint64_t entries);
   bool erase(const std::byte* key);
   void clear();
   void wakeFollowers();
@@ -42,11 +43,12 @@ class TableWriter {
 
   uint32_t takeFreeSlot(uint32_t slot);
   uint32_t takeFreshSlot(uint32_t slot);
-  void writeEntry(uint32_t slot, const std::byte* entry);
+  void writeEntry(SlotHead& head, const std::byte* entry);
   void keepInJournal(uint32_t slot, uint32_t odd);
 
   void ensureSlot(uint32_t slot);
   void ensureChange();
+  void ensureRecord(uint32_t record);
   uint32_t claimElements(uint64_t offset, uint64_t stride, uint32_t claimed, uint32_t wanted,
                          uint32_t limit);
 
@@ -58,9 +60,10 @@ class TableWriter {
   void repairReplace(uint32_t slot);
   void repairErase(uint32_t slot);
 
-  Header& header() const { return table_.header(); }
+  Header& header() const { return header_; }
 
   const ShapedView<Shape>& table_;
+  Header& header_;
   Memory& memory_;
   IndexWriter<Shape> index_;
 };

@@ -29,8 +29,12 @@ void put(T& word, std::type_identity_t<T> value) {
 // padded with zeros to one; how a process cuts them into words is its own affair.
 using Word = std::conditional_t<sizeof(void*) == 8, uint64_t, uint32_t>;
 
+// Where the compiler knows the size, the words of an entry are moved one by one without a loop, and
+// a copy that is only passed on stays in registers: written to the stack as words and read again as
+// something wider it would have to wait there.
+
 // Up to a word of bytes, filled up with zeros.
-inline Word wordAt(const std::byte* bytes, size_t size) {
+inline Word wordAt(const std::byte* bytes, size_t size = sizeof(Word)) {
   Word word = 0;
   std::memcpy(&word, bytes, size);
   return word;
@@ -38,6 +42,7 @@ inline Word wordAt(const std::byte* bytes, size_t size) {
 
 inline void copyOut(std::byte* to, const std::byte* shared, size_t size) {
   const Word* words = reinterpret_cast<const Word*>(shared);
+#pragma GCC unroll 16
   for (; size >= sizeof(Word); to += sizeof(Word), size -= sizeof(Word)) {
     const Word word = look(*words++);
     std::memcpy(to, &word, sizeof word);
@@ -52,7 +57,7 @@ inline void copyOut(std::byte* to, const std::byte* shared, size_t size) {
 inline bool isSame(const std::byte* shared, const std::byte* bytes, size_t size) {
   const Word* words = reinterpret_cast<const Word*>(shared);
   for (; size >= sizeof(Word); bytes += sizeof(Word), size -= sizeof(Word)) {
-    if (look(*words++) != wordAt(bytes, sizeof(Word))) return false;
+    if (look(*words++) != wordAt(bytes)) return false;
   }
   if (size == 0) return true;
   const Word last = look(*words);
@@ -61,8 +66,9 @@ inline bool isSame(const std::byte* shared, const std::byte* bytes, size_t size)
 
 inline void copyIn(std::byte* shared, const std::byte* from, size_t size) {
   Word* words = reinterpret_cast<Word*>(shared);
+#pragma GCC unroll 16
   for (; size >= sizeof(Word); from += sizeof(Word), size -= sizeof(Word)) {
-    put(*words++, wordAt(from, sizeof(Word)));
+    put(*words++, wordAt(from));
   }
   if (size != 0) put(*words, wordAt(from, size));
 }

@@ -185,7 +185,7 @@ TEST_F(MountTest, FlushWakesTheFollowersOfEveryMountedTable) {
   Hub::flushMounts(manager);
   for (const auto& follower : followers) {
     EXPECT_TRUE(follower->wait(std::chrono::seconds(10)));
-    std::vector<Shoal::ChangeFollower::Change> changes;
+    Shoal::ChangeFollower::Changes changes;
     EXPECT_EQ(follower->take(changes, 10), Shoal::ChangeFollower::Result::changes);
     EXPECT_EQ(changes.size(), 1u);
   }

@@ -322,7 +322,7 @@ TEST_F(Refused, OrHarmlessIsAnyHeaderWithOneOtherByte) {
         map.has(Tiny::keyOf(2));
         EXPECT_LE(map.walk().size(), 4u);
         auto follower = Shoal::follow(map.store(), 0);
-        std::vector<Shoal::ChangeFollower::Change> changes;
+        Shoal::ChangeFollower::Changes changes;
         follower->take(changes, 10);
         EXPECT_LE(changes.size(), 10u);
         ++read;

@@ -116,7 +116,7 @@ TYPED_TEST(ReadersBesideAWriter, InOtherThreadsSeeWholeEntries) {
   }
   threads.emplace_back([&] {
     const auto follower = Shoal::follow(map.store(), 0);
-    std::vector<Shoal::ChangeFollower::Change> changes;
+    Shoal::ChangeFollower::Changes changes;
     while (!stop) {
       follower->wait(1ms);
       changes.clear();

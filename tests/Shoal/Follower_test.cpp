@@ -19,14 +19,14 @@ class Following : public ::testing::Test {
 
   static uint32_t numberOf(const Follower::Change& change) {
     uint32_t number = 0;
-    for (size_t i = 0; i < 4; ++i) number |= std::to_integer<uint32_t>(change.key.at(i)) << 8 * i;
+    for (size_t i = 0; i < 4; ++i) number |= std::to_integer<uint32_t>(change.key[i]) << 8 * i;
     return number;
   }
 
   TempRoot root_;
   MapOf<Tiny> map_;
   std::shared_ptr<Shoal::TableStore> watching_;
-  std::vector<Follower::Change> changes_;
+  Follower::Changes changes_;
 };
 
 TEST_F(Following, StartsAfterTheLatestChange) {
@@ -170,7 +170,7 @@ TEST_F(Following, ByAProcessBesideTheWriterMissesNothing) {
   const pid_t child = startChild([&] {
     const auto follower = Shoal::follow(watching_, 0);
     uint64_t expected = 0;
-    std::vector<Follower::Change> changes;
+    Follower::Changes changes;
     while (expected < last) {
       if (!follower->wait(10s)) return 1;
       changes.clear();

@@ -111,7 +111,7 @@ TEST_F(GoldenTable, IsReadByTodaysReaders) {
   EXPECT_EQ(status.generation, 1u);
   EXPECT_EQ(status.changes, 10u);
 
-  std::vector<Shoal::ChangeFollower::Change> changes;
+  Shoal::ChangeFollower::Changes changes;
   Shoal::follow(map.store(), 0)->take(changes, 20);
   ASSERT_EQ(changes.size(), 10u);
   const std::array keys{a, b, c, b, b, c, a, d, e, e};

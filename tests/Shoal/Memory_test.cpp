@@ -123,6 +123,18 @@ TYPED_TEST(FullFileSystem, IsAnErrorWithTheNumbersAndTheTableStaysAsItIs) {
   EXPECT_EQ(Shoal::tablesBelow(small.path()).size(), 1u) << "nothing half-made is left";
 }
 
+TEST(FullFileSystemWithATable, RefusesToReserveMoreThanItHasAndStaysAsItIs) {
+  const SmallFileSystem small("1m");
+  if (!small.mounted()) GTEST_SKIP() << "cannot mount a file system here: " << small.reason();
+  MapOf<Route> map(writer<Route>(small.path(), 100000));
+  map.put(Route::make(1, 1));
+  const std::string text = thrown<MemoryResourceException>([&] { map.reserve(100000); });
+  EXPECT_NE(text.find("out of memory: "), std::string::npos) << text;
+  EXPECT_NE(text.find(" bytes needed, "), std::string::npos) << text;
+  expectSame(map, {{Route::keyOf(1), Route::make(1, 1)}});
+  EXPECT_TRUE(map.put(Route::make(2, 1)));
+}
+
 // The memory for the next change is claimed when there is one, not when a writer attaches.
 TEST(FullFileSystemWithATable, StillTakesAWriter) {
   const SmallFileSystem small("96k");

@@ -109,7 +109,7 @@ class TableCheck {
   }
 
   std::unique_ptr<Shoal::ChangeFollower> follower_;
-  std::vector<Shoal::ChangeFollower::Change> changes_;
+  Shoal::ChangeFollower::Changes changes_;
   uint64_t last_ = 0;
   uint64_t followed_ = 0;
   uint64_t removals_ = 0;

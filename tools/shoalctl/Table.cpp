@@ -34,7 +34,7 @@ const Kind& Table::kind() const {
                             store_->layout().typeName, store_->layout().entrySize));
 }
 
-std::optional<std::vector<std::byte>> Table::find(const KeyBytes& key) const {
+std::optional<std::vector<std::byte>> Table::find(Shoal::Bytes key) const {
   std::vector<std::byte> entry(store_->layout().entrySize);
   if (!patiently([&] { return store_->lookup(key, entry); })) return std::nullopt;
   needEntry(entry);

@@ -55,7 +55,7 @@ class Table {
     return entry.subspan(store_->layout().keyOffset, store_->layout().keySize);
   }
   // The entry of the key, if it is there. Throws Failure (corrupt) for bytes that are none.
-  std::optional<std::vector<std::byte>> find(const KeyBytes& key) const;
+  std::optional<std::vector<std::byte>> find(Shoal::Bytes key) const;
 
   // Hands each entry, in slot order and from behind `after` on if that is given, to `visit`, which
   // says whether to go on.

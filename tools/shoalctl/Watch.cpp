@@ -74,7 +74,7 @@ class WatchedTable {
   bool showChanges() {
     if (steady_clock::now() >= nextLook_) look();
     if (!table_) return false;
-    std::vector<ChangeFollower::Change> changes;
+    ChangeFollower::Changes changes;
     const auto limit = std::min<uint64_t>(changesAtATime, watching_.left);
     const uint64_t before = follower_->position();
     const auto result = follower_->take(changes, limit);
@@ -143,7 +143,7 @@ class WatchedTable {
 
   // What its last writer left in the ring is shown first.
   void gone() {
-    std::vector<ChangeFollower::Change> changes;
+    ChangeFollower::Changes changes;
     while (watching_.left != 0 && follower_->take(changes, 1) == ChangeFollower::Result::changes) {
       show(changes.back());
     }

@@ -135,7 +135,7 @@ grpc::Status RowService::ScanRows(grpc::ServerContext* context, const v1::ScanRo
       for (const Vane::BaseRow& row : rows) {
         v1::Row& added = *response.add_rows();
         table.toMessage(row, request->json(), added);
-        bytes += added.ByteSizeLong();
+        bytes += added.packed().size() + added.json().size();
         if (bytes >= messageBytes) send();
       }
       send();

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+#include <concepts>
 #include <cstring>
 #include <utility>
 
@@ -64,6 +66,24 @@ std::string textOf(const Vane::ColumnValue& value) {
       value);
 }
 
+void appendValue(std::string& to, std::integral auto number) {
+  char digits[20];
+  to.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+void appendValue(std::string& to, bool value) { to += value ? "true" : "false"; }
+// Addresses have no character that JSON has a meaning for.
+void appendValue(std::string& to, const Tools::HasText auto& value) {
+  to.append("\"").append(value.text()).append("\"");
+}
+void appendValue(std::string& to, const std::vector<uint32_t>& elements) {
+  to += '[';
+  for (const uint32_t& element : elements) {
+    if (&element != elements.data()) to += ", ";
+    appendValue(to, element);
+  }
+  to += ']';
+}
+
 v1::Row ofJson(std::string text) {
   v1::Row row;
   row.set_json(std::move(text));
@@ -84,7 +104,13 @@ bool isNumber(const std::string& text) {
 RowForm::RowForm(const v1::Table& table)
     : table_(table.name()),
       keyNames_(table.key_columns().begin(), table.key_columns().end()),
-      layout_(metadataOf(table)) {}
+      layout_(metadataOf(table)) {
+  for (const LayoutColumn& column : layout_.columns()) {
+    std::string& head = jsonHeads_.emplace_back(jsonHeads_.empty() ? "{" : ", ");
+    Tools::appendJson(head, column.name);
+    head += ':';
+  }
+}
 
 std::vector<Tools::Column> RowForm::columns() const {
   std::vector<Tools::Column> columns;
@@ -109,6 +135,16 @@ void RowForm::write(const v1::Row& message, Tools::RecordWriter& records) const 
     std::visit([&](const auto& value) { records << value; }, layout_.value(row, column));
   }
   records.endRecord();
+}
+
+void RowForm::appendJson(std::string& to, const v1::Row& message) const {
+  const Vane::BaseRow row = unpacked(message);
+  for (size_t i = 0; i < jsonHeads_.size(); ++i) {
+    to += jsonHeads_[i];
+    std::visit([&](const auto& value) { appendValue(to, value); },
+               layout_.value(row, layout_.columns()[i]));
+  }
+  to += '}';
 }
 
 std::string RowForm::keyText(const v1::Row& message) const {

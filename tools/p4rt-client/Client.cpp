@@ -1,6 +1,7 @@
 #include "tools/p4rt-client/Client.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/arena.h>
 
 #include <fstream>
 #include <sstream>
@@ -139,8 +140,14 @@ void Client::read(const p4::v1::ReadRequest& request,
                   const std::function<void(const p4::v1::ReadResponse&)>& take) {
   const auto call = context();
   const auto reader = stub_->Read(call.get(), request);
-  p4::v1::ReadResponse response;
-  while (reader->Read(&response)) take(response);
+  // A message and all its parts go at once.
+  google::protobuf::Arena arena;
+  for (;;) {
+    auto* const response = google::protobuf::Arena::CreateMessage<p4::v1::ReadResponse>(&arena);
+    if (!reader->Read(response)) break;
+    take(*response);
+    arena.Reset();
+  }
   if (const grpc::Status status = reader->Finish(); !status.ok()) fail("reading", status);
 }
 

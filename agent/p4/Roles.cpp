@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "agent/Tables.h"
+#include "platform/Vane/ColumnKinds.h"
 
 namespace Agent::P4 {
 namespace {
@@ -78,6 +79,21 @@ int widthOf(ColumnType type, Wire::AddressFamily family) {
   return 0;
 }
 
+// The most bytes of variable data that a column may have.
+size_t longestBody(ColumnType type) {
+  using Vane::bodyBytes;
+  switch (type) {
+    case ColumnType::prefix:
+      return bodyBytes(Wire::IpGenPrefix{.family = Wire::AddressFamily::ipv6});
+    case ColumnType::addr:
+      return bodyBytes(Wire::IpGenAddr{.family = Wire::AddressFamily::ipv6});
+    case ColumnType::u32Array:
+      return bodyBytes(std::vector<uint32_t>(maxGroupSlots));
+    default:
+      return 0;
+  }
+}
+
 // "destinationPrefix" -> "destination_prefix"
 std::string snake(std::string_view name) {
   std::string made;
@@ -98,6 +114,9 @@ bool take(Place<T>& place, std::string_view name, const LayoutColumn& column, si
 
 void placeColumns(Role& role) {
   const auto& columns = role.layout.columns();
+  size_t longest = role.layout.fixedLength();
+  for (const LayoutColumn& column : columns) longest += longestBody(column.type);
+  role.longestRow = static_cast<Vane::len_t>(longest);
   for (size_t i = 0; i < columns.size(); ++i) {
     const LayoutColumn& column = columns[i];
     const bool own =

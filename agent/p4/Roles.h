@@ -67,7 +67,8 @@ struct Role {
   Wire::AddressFamily family;
   uint64_t capacity;
   Vane::RowLayout layout;
-  Vane::len_t rowTypeId = 0;  // of the database that was given
+  Vane::len_t rowTypeId = 0;   // of the database that was given
+  Vane::len_t longestRow = 0;  // bytes, with as many elements in its lists as there are slots
   std::vector<Field> keys{};
   std::vector<Field> params{};
   Place<uint64_t> genId{}, entryHandle{};

@@ -22,48 +22,6 @@ namespace {
 
 constinit thread_local BaseRowCounters BaseRow::baseRowCounters;
 
-BaseRow::BaseRow(len_t len, len_t bufLen) : buffer_(std::make_shared<VaRowBuf>(bufLen)) {
-  Guard::standardAssert(len >= va_contentOffset, "len >= va_contentOffset");
-  rowLengthIs(len);
-  ++baseRowCounters.bufferConstructions;
-}
-
-BaseRow::BaseRow(const BaseRow& other)
-    : buffer_(other.buffer_),
-      rowOffset_(other.rowOffset_),
-      isView_(other.isView_),
-      readOnly_(other.readOnly_) {
-  ++baseRowCounters.copyConstructions;
-}
-
-BaseRow::BaseRow(BaseRow&& other) noexcept
-    : buffer_(std::move(other.buffer_)),
-      rowOffset_(other.rowOffset_),
-      isView_(other.isView_),
-      readOnly_(other.readOnly_) {
-  ++baseRowCounters.moveConstructions;
-}
-
-BaseRow& BaseRow::operator=(const BaseRow& other) {
-  if (this == &other) return *this;
-  buffer_ = other.buffer_;
-  rowOffset_ = other.rowOffset_;
-  isView_ = other.isView_;
-  readOnly_ = other.readOnly_;
-  ++baseRowCounters.copyAssignments;
-  return *this;
-}
-
-BaseRow& BaseRow::operator=(BaseRow&& other) noexcept {
-  if (this == &other) return *this;
-  buffer_ = std::move(other.buffer_);
-  rowOffset_ = other.rowOffset_;
-  isView_ = other.isView_;
-  readOnly_ = other.readOnly_;
-  ++baseRowCounters.moveAssignments;
-  return *this;
-}
-
 void BaseRow::shareContents(const BaseRow& other) { buffer_ = other.buffer_; }
 
 BaseRow BaseRow::clone() const {

@@ -134,12 +134,40 @@ class BaseRow {
   // A zero row of `len` bytes, in a buffer of as many or of `bufLen` bytes. `bufLen` may be less
   // than `len`, but the header must fit.
   explicit BaseRow(len_t len) : BaseRow(len, len) {}
-  BaseRow(len_t len, len_t bufLen);
-  BaseRow(const BaseRow& other);
+  BaseRow(len_t len, len_t bufLen) : buffer_(std::make_shared<VaRowBuf>(bufLen)) {
+    Guard::standardAssert(len >= va_contentOffset, "len >= va_contentOffset");
+    rowLengthIs(len);
+    ++baseRowCounters.bufferConstructions;
+  }
+  BaseRow(const BaseRow& other)
+      : buffer_(other.buffer_),
+        rowOffset_(other.rowOffset_),
+        isView_(other.isView_),
+        readOnly_(other.readOnly_) {
+    ++baseRowCounters.copyConstructions;
+  }
   // The source is left without a buffer.
-  BaseRow(BaseRow&& other) noexcept;
-  BaseRow& operator=(const BaseRow& other);
-  BaseRow& operator=(BaseRow&& other) noexcept;
+  BaseRow(BaseRow&& other) noexcept
+      : buffer_(std::move(other.buffer_)),
+        rowOffset_(other.rowOffset_),
+        isView_(other.isView_),
+        readOnly_(other.readOnly_) {
+    ++baseRowCounters.moveConstructions;
+  }
+  BaseRow& operator=(const BaseRow& other) {
+    if (this == &other) return *this;
+    buffer_ = other.buffer_;
+    placeIsThatOf(other);
+    ++baseRowCounters.copyAssignments;
+    return *this;
+  }
+  BaseRow& operator=(BaseRow&& other) noexcept {
+    if (this == &other) return *this;
+    buffer_ = std::move(other.buffer_);
+    placeIsThatOf(other);
+    ++baseRowCounters.moveAssignments;
+    return *this;
+  }
 
   // A row with a private copy of exactly this row's bytes; null for a null row.
   BaseRow clone() const;
@@ -245,7 +273,9 @@ class BaseRow {
   // area without gaps. Returns the row length that results; recording it is the caller's part.
   len_t compactVariableData(len_t baseRowLength);
 
-  static constinit thread_local BaseRowCounters baseRowCounters;
+  // Reached without a call, also from a library that is loaded later: it is small enough for the
+  // room that the loader keeps for such.
+  [[gnu::tls_model("initial-exec")]] static constinit thread_local BaseRowCounters baseRowCounters;
 
  private:
   friend class RowWriter;
@@ -267,6 +297,11 @@ class BaseRow {
   // A row that holds `buffer` alone; counted by the caller.
   explicit BaseRow(std::shared_ptr<VaRowBuf> buffer) : buffer_(std::move(buffer)) {}
 
+  void placeIsThatOf(const BaseRow& other) {
+    rowOffset_ = other.rowOffset_;
+    isView_ = other.isView_;
+    readOnly_ = other.readOnly_;
+  }
   void needBuffer() const {
     if (!buffer_) [[unlikely]]
       throwNullRow();

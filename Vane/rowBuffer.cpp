@@ -1,7 +1,5 @@
 #include "Vane/rowBuffer.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <sstream>
 
 #include "platform/Guard/Exception.h"
@@ -9,12 +7,6 @@
 
 namespace Vane {
 namespace {
-
-[[noreturn]] void throwNoMemory(const char* call, len_t wanted) {
-  std::ostringstream message;
-  message << call << " failed requested length: " << wanted;
-  Guard::MemoryResourceException::throwException(message.str());
-}
 
 [[noreturn]] void throwNoMemoryToResize(len_t length, uint32_t wanted) {
   std::ostringstream message;
@@ -29,24 +21,17 @@ namespace {
   VaOutOfRange::throwException(message.str());
 }
 
-uint8_t* bytesOf(void* block) { return static_cast<uint8_t*>(block); }
-
 }  // namespace
 
-VaRowBuf::VaRowBuf(len_t len) : data_(bytesOf(std::calloc(len, 1))), length_(len) {
-  if (data_ == nullptr && len != 0) throwNoMemory("calloc()", len);
+void VaRowBuf::throwNoMemory(const char* call, len_t wanted) {
+  std::ostringstream message;
+  message << call << " failed requested length: " << wanted;
+  Guard::MemoryResourceException::throwException(message.str());
 }
-
-VaRowBuf::VaRowBuf(const uint8_t* src, len_t len) : data_(bytesOf(std::malloc(len))), length_(len) {
-  if (data_ == nullptr && len != 0) throwNoMemory("malloc()", len);
-  if (len != 0) std::memcpy(data_, src, len);
-}
-
-VaRowBuf::~VaRowBuf() { std::free(data_); }
 
 uint8_t* VaRowBuf::resize(uint32_t newLen) {
   if (newLen > maxRowLength) throwTooLong(newLen);
-  uint8_t* const moved = bytesOf(std::realloc(data_, newLen));
+  auto* const moved = static_cast<uint8_t*>(std::realloc(data_, newLen));
   if (moved == nullptr && newLen != 0) throwNoMemoryToResize(length_, newLen);
   if (newLen > length_) std::memset(moved + length_, 0, newLen - length_);
   data_ = moved;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 namespace Vane {
 
@@ -15,12 +17,20 @@ inline constexpr len_t va_contentOffset = 4;  // the first byte after a row's he
 class VaRowBuf {
  public:
   // Zero-filled.
-  explicit VaRowBuf(len_t len);
+  explicit VaRowBuf(len_t len) : data_(static_cast<uint8_t*>(std::calloc(len, 1))), length_(len) {
+    if (data_ == nullptr && len != 0) [[unlikely]]
+      throwNoMemory("calloc()", len);
+  }
   // A copy of `len` bytes at `src`.
-  VaRowBuf(const uint8_t* src, len_t len);
+  VaRowBuf(const uint8_t* src, len_t len)
+      : data_(static_cast<uint8_t*>(std::malloc(len))), length_(len) {
+    if (data_ == nullptr && len != 0) [[unlikely]]
+      throwNoMemory("malloc()", len);
+    if (len != 0) std::memcpy(data_, src, len);
+  }
   VaRowBuf(const VaRowBuf&) = delete;
   VaRowBuf& operator=(const VaRowBuf&) = delete;
-  ~VaRowBuf();
+  ~VaRowBuf() { std::free(data_); }
 
   uint8_t* data() { return data_; }
   const uint8_t* data() const { return data_; }
@@ -33,6 +43,8 @@ class VaRowBuf {
   uint8_t* resize(uint32_t newLen);
 
  private:
+  [[noreturn]] static void throwNoMemory(const char* call, len_t wanted);
+
   uint8_t* data_;
   len_t length_;
 };

@@ -60,28 +60,30 @@ struct AddressBody {
     if (length == 0) return value;
     value.family = family();
     if constexpr (prefixByte != 0) value.length = prefixLength();
-    std::memcpy(value.bytes.data(), address(), addressLength());
+    copyAddress(value.bytes.data(), address(), value.family);
     return value;
   }
 
+  // requires: a value of a family.
   static void store(uint8_t* to, const T& value) {
     if constexpr (prefixByte != 0) *to = value.length;
-    std::memcpy(to + prefixByte, value.bytes.data(), Wire::addressLength(value.family));
+    copyAddress(to + prefixByte, value.bytes.data(), value.family);
   }
 
   // One MurmurHash3 block step for family and prefix length, one for each four address bytes, then
   // the final avalanche: neighbouring prefixes end far apart.
   uint32_t hash() const {
-    uint32_t h =
+    const uint32_t h =
         Wire::murmurBlock(0, uint32_t{static_cast<uint8_t>(family())} << 8 | prefixLength());
-    for (len_t i = 0; i < addressLength(); i += 4) {
-      h = Wire::murmurBlock(h, Wire::networkWord(address() + i));
-    }
-    return Wire::murmurAvalanche(h);
+    return Wire::murmurAvalanche(length == ipv4Length   ? mixed<Wire::ip4Length>(h)
+                                 : length == ipv6Length ? mixed<Wire::ip6Length>(h)
+                                                        : h);
   }
 
   friend bool operator==(const AddressBody& a, const AddressBody& b) {
-    return a.length == b.length && (a.length == 0 || std::memcmp(a.at, b.at, a.length) == 0);
+    if (a.length != b.length) return false;
+    if (a.length == ipv4Length) return std::memcmp(a.at, b.at, ipv4Length) == 0;
+    return a.length == 0 || std::memcmp(a.at, b.at, ipv6Length) == 0;
   }
 
   friend bool operator<(const AddressBody& a, const AddressBody& b) {
@@ -89,6 +91,21 @@ struct AddressBody {
     if (a.length == 0) return false;
     const int order = std::memcmp(a.address(), b.address(), a.addressLength());
     return order != 0 ? order < 0 : a.prefixLength() < b.prefixLength();
+  }
+
+ private:
+  // Of a length that the compiler knows: it then takes a move or two instead of a call.
+  static void copyAddress(uint8_t* to, const uint8_t* from, Wire::AddressFamily family) {
+    if (family == Wire::AddressFamily::ipv4) {
+      std::memcpy(to, from, Wire::ip4Length);
+    } else {
+      std::memcpy(to, from, Wire::ip6Length);
+    }
+  }
+  template <len_t bytes>
+  uint32_t mixed(uint32_t h) const {
+    for (len_t i = 0; i < bytes; i += 4) h = Wire::murmurBlock(h, Wire::networkWord(address() + i));
+    return h;
   }
 };
 

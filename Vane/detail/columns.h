@@ -59,7 +59,7 @@ bool BaseRow::columnLess(len_t col, const BaseRow& other, len_t otherCol) const 
 // Addresses and prefixes.
 
 template <AddressColumn T>
-detail::AddressBody<T> BaseRow::addressBody(len_t col) const {
+inline detail::AddressBody<T> BaseRow::addressBody(len_t col) const {
   needBuffer();
   const Body found = body(col);
   if (!detail::AddressBody<T>::isLength(found.length)) [[unlikely]] {

@@ -20,7 +20,10 @@ void PtrInterface::notify(AttributeId attr, const void* key) const {
   struct Round {
     explicit Round(const PtrInterface& notifier) : of(notifier) { ++of.notifying_; }
     ~Round() {
-      if (--of.notifying_ == 0) std::erase(of.notifiees_, nullptr);
+      if (--of.notifying_ == 0 && of.hasEmptyPlaces_) {
+        std::erase(of.notifiees_, nullptr);
+        of.hasEmptyPlaces_ = false;
+      }
     }
     const PtrInterface& of;
   } const round(*this);
@@ -43,6 +46,7 @@ void PtrInterface::leave(NotifieeConst* notifiee) const {
   if (place == notifiees_.end()) return;
   if (notifying_ != 0) {
     *place = nullptr;
+    hasEmptyPlaces_ = true;
   } else {
     notifiees_.erase(place);
   }

@@ -80,6 +80,7 @@ class PtrInterface {
   // Empty places are left while a notification runs and swept when the outermost one ends.
   mutable std::vector<NotifieeConst*> notifiees_;
   mutable uint32_t notifying_ = 0;  // depth of notifications under way
+  mutable bool hasEmptyPlaces_ = false;
 };
 
 template <class T>

@@ -65,7 +65,7 @@ constexpr uint64_t bodyBytes(const T& value) {
 
 // The value of a column. Unlike getColumn, it throws "null row" for a null row whatever the kind.
 template <ColumnKind T>
-T columnValue(const BaseRow& row, len_t col) {
+inline T columnValue(const BaseRow& row, len_t col) {
   if constexpr (ScalarColumn<T>) {
     return row.getScalar<T>(col);
   } else {

@@ -56,24 +56,33 @@ std::shared_ptr<VaTableImplementation::ReaderPlace> DefaultVaTableImplementation
 }
 
 void DefaultVaTableImplementation::observerIs(std::shared_ptr<VaTableObserver> observer) {
-  if (std::ranges::find(observers_, observer) == observers_.end()) {
-    observers_.push_back(std::move(observer));
+  if (std::ranges::find(*observers_, observer) == observers_->end()) {
+    changeableObservers().push_back(std::move(observer));
   }
 }
 
 void DefaultVaTableImplementation::observerDel(const std::shared_ptr<VaTableObserver>& observer) {
-  std::erase(observers_, observer);
+  std::erase(changeableObservers(), observer);
+}
+
+DefaultVaTableImplementation::Observers& DefaultVaTableImplementation::changeableObservers() {
+  if (observers_.use_count() != 1) observers_ = std::make_shared<Observers>(*observers_);
+  return *observers_;
 }
 
 void DefaultVaTableImplementation::pruneChanges() { cleanChanges(neededByNobody()); }
 
 uint64_t DefaultVaTableImplementation::notifyObservers(uint64_t previous, uint64_t index,
                                                        bool deleted, const BaseRow& row) {
+  if (observers_->empty()) return neededByNobody();
   // The list of this round keeps those alive that leave meanwhile, and leaves out those that join.
-  const auto round = observers_;
+  const std::shared_ptr<const Observers> round = observers_;
+  const auto hasLeft = [&](const std::shared_ptr<VaTableObserver>& observer) {
+    return round != observers_ && std::ranges::find(*observers_, observer) == observers_->end();
+  };
   std::exception_ptr failure;
-  for (const auto& observer : round) {
-    if (std::ranges::find(observers_, observer) == observers_.end()) continue;
+  for (const auto& observer : *round) {
+    if (hasLeft(observer)) continue;
     try {
       observer->onChange(previous, index, deleted, row);
     } catch (...) {
@@ -97,15 +106,10 @@ void DefaultVaTableImplementation::cleanChanges(uint64_t needed) {
 }
 
 uint64_t DefaultVaTableImplementation::lowestReached() const {
-  uint64_t lowest = 0;
-  bool any = false;
-  std::erase_if(readers_, [&](const std::weak_ptr<ReaderPlace>& reader) {
-    const auto place = reader.lock();
-    if (!place) return true;
-    lowest = any ? std::min(lowest, place->reached) : place->reached;
-    any = true;
-    return false;
-  });
+  if (readers_.empty()) return 0;
+  std::erase_if(readers_, [](const auto& place) { return place.use_count() == 1; });
+  uint64_t lowest = readers_.empty() ? 0 : readers_.front()->reached;
+  for (const auto& place : readers_) lowest = std::min(lowest, place->reached);
   return lowest;
 }
 

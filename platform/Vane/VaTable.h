@@ -228,9 +228,13 @@ class DefaultVaTableImplementation : public VaTableImplementation {
   VaTableOps* ops_;
   Options options_;
   std::shared_ptr<VaRowHook> hook_;
-  // A reader that has gone away leaves an expired place, dropped at the next look.
-  mutable std::vector<std::weak_ptr<ReaderPlace>> readers_;
-  std::vector<std::shared_ptr<VaTableObserver>> observers_;
+  // A reader that has gone away leaves a place that is held here alone, dropped at the next look.
+  mutable std::vector<std::shared_ptr<ReaderPlace>> readers_;
+  // A round of notifications holds the list with which it began: it is then exchanged for another
+  // one instead of being changed.
+  using Observers = std::vector<std::shared_ptr<VaTableObserver>>;
+  Observers& changeableObservers();
+  std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
 };
 
 }  // namespace Vane

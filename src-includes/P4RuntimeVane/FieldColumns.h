@@ -13,6 +13,7 @@
 // not looked at.
 #pragma once
 
+#include <algorithm>
 #include <concepts>
 
 #include "Vane/baseRow.h"
@@ -40,21 +41,20 @@ struct ValueColumn {
   static void write(Vane::RowWriter& row, const std::same_as<Type> auto& value) {
     row.set(offset, value);
   }
-  // Requires: the row has a buffer.
-  static Type read(const Vane::BaseRow& row) {
-    // Somebody else's row may be shorter than its type's fixed area.
-    row.needFixedArea(offset + Vane::slotWidth<Type>);
-    return Vane::columnValue<Type>(row, offset);
+  // Requires: the row has the column in its fixed area.
+  static Type read(const Vane::BaseRow& row) { return Vane::columnValue<Type>(row, offset); }
+  // The same, of an array, appended to `values`.
+  static void read(const Vane::BaseRow& row, Type& values) requires Vane::ArrayColumn<Type> {
+    row.getFixElemArray<uint32_t>(offset, values);
   }
-  static constexpr Vane::len_t endAfter(Vane::len_t at) {
-    return at == offset ? offset + Vane::slotWidth<Type> : 0;
-  }
+  static constexpr Vane::len_t end = offset + Vane::slotWidth<Type>;
+  static constexpr Vane::len_t endAfter(Vane::len_t at) { return at == offset ? end : 0; }
 };
 
 // The list of a row type's columns, or of some that follow each other. Every element of it, Field
-// or Group, tells toRow (into a row, or through a Vane::RowWriter), fromRow, how many bytes of
-// bodies its columns take, and which columns those are: endAfter(`at`) is where they end when they
-// begin at `at`, and 0 when they do not.
+// or Group, tells toRow (into a row, or through a Vane::RowWriter), read, how many bytes of bodies
+// its columns take, and which columns those are: they end at `end`, and endAfter(`at`) is that too
+// when they begin at `at`, and 0 when they do not.
 template <class Row, class... Fields>
 struct FieldColumns {
   template <class Object, class Target>
@@ -65,11 +65,19 @@ struct FieldColumns {
   static Vane::len_t bodyBytes(const Object& object) {
     return static_cast<Vane::len_t>((0 + ... + Fields::bodyBytes(object)));
   }
-  // Requires: the row has a buffer.
+  // Somebody else's row may be shorter than its type's fixed area: one that has not all of these
+  // columns is VaOutOfRange.
   template <class Object>
   static void fromRow(const Vane::BaseRow& row, Object& object) {
-    (Fields::template fromRow<Row>(row, object), ...);
+    row.needFixedArea(end);
+    read(row, object);
   }
+  // Requires: the row has these columns in its fixed area.
+  template <class Object>
+  static void read(const Vane::BaseRow& row, Object& object) {
+    (Fields::template read<Row>(row, object), ...);
+  }
+  static constexpr Vane::len_t end = std::max({Fields::template end<Row>...});
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
     ((at = Fields::template endAfter<Row>(at)), ...);
     return at;
@@ -89,9 +97,11 @@ struct Field {
     return static_cast<Vane::len_t>(Vane::bodyBytes((object.*....*path)));
   }
   template <class Row, class Object>
-  static void fromRow(const Vane::BaseRow& row, Object& object) {
+  static void read(const Vane::BaseRow& row, Object& object) {
     (object.*....*path) = ValueColumn<Row, name>::read(row);
   }
+  template <class Row>
+  static constexpr Vane::len_t end = ValueColumn<Row, name>::end;
   template <class Row>
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
     return ValueColumn<Row, name>::endAfter(at);
@@ -110,9 +120,11 @@ struct Group {
     return Columns::bodyBytes(object.*field);
   }
   template <class Row, class Object>
-  static void fromRow(const Vane::BaseRow& row, Object& object) {
-    Columns::fromRow(row, object.*field);
+  static void read(const Vane::BaseRow& row, Object& object) {
+    Columns::read(row, object.*field);
   }
+  template <class Row>
+  static constexpr Vane::len_t end = Columns::end;
   template <class Row>
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
     return Columns::endAfter(at);

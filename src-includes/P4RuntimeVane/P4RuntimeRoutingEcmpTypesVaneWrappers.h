@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "platform/State/EcmpTypes.h"
@@ -77,12 +79,10 @@ template <RoutingTypes::ColumnName name, auto count, auto list>
 struct MemberArray {
   template <class Row, class Object, class Target>
   static void toRow(const Object& object, Target& row) {
-    const auto& slots = object.*list;
     needSlots(object.*count);
     std::vector<uint32_t>& values = scratch();
     values.resize(object.*count);
-    std::transform(slots.begin(), slots.begin() + object.*count, values.begin(),
-                   [](auto element) { return static_cast<uint32_t>(element); });
+    copy(values.data(), (object.*list).data(), values.size());
     P4RuntimeVane::ValueColumn<Row, name>::write(row, values);
   }
   template <class Object>
@@ -91,14 +91,16 @@ struct MemberArray {
     return object.*count == 0 ? 0 : static_cast<Vane::len_t>(2 + 4 * (object.*count));
   }
   template <class Row, class Object>
-  static void fromRow(const Vane::BaseRow& row, Object& object) {
-    using Element = typename std::remove_reference_t<decltype(object.*list)>::value_type;
-    const std::vector<uint32_t> values = P4RuntimeVane::ValueColumn<Row, name>::read(row);
+  static void read(const Vane::BaseRow& row, Object& object) {
+    std::vector<uint32_t>& values = scratch();
+    values.clear();
+    P4RuntimeVane::ValueColumn<Row, name>::read(row, values);
     needSlots(values.size());
-    std::transform(values.begin(), values.end(), (object.*list).begin(),
-                   [](uint32_t value) { return Element{value}; });
+    copy((object.*list).data(), values.data(), values.size());
     object.*count = std::max(object.*count, static_cast<uint32_t>(values.size()));
   }
+  template <class Row>
+  static constexpr Vane::len_t end = P4RuntimeVane::ValueColumn<Row, name>::end;
   template <class Row>
   static constexpr Vane::len_t endAfter(Vane::len_t at) {
     return P4RuntimeVane::ValueColumn<Row, name>::endAfter(at);
@@ -109,11 +111,17 @@ struct MemberArray {
     if (elements > EcmpMemberList::slots) static_cast<void>(MemberIndex(EcmpMemberList::slots));
   }
 
-  // This list's own, empty. It keeps its room for the life of the process, so that a conversion
-  // allocates nothing; only the agent's thread converts.
+  // Numbers of 32 bits all of them, whatever their names.
+  template <class To, class From>
+  static void copy(To* to, const From* from, size_t elements) {
+    static_assert(std::is_same_v<std::make_unsigned_t<To>, std::make_unsigned_t<From>>);
+    if (elements != 0) std::memcpy(to, from, elements * sizeof(To));
+  }
+
+  // This list's own. It keeps its room for the life of the process, so that a conversion allocates
+  // nothing; only the agent's thread converts.
   static std::vector<uint32_t>& scratch() {
     static std::vector<uint32_t> values;
-    values.clear();
     return values;
   }
 };

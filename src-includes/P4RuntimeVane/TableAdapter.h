@@ -93,7 +93,7 @@ typename T::Key keyOf(const Vane::BaseRow& row) {
   return key;
 }
 
-// What is told of a removed entry, and what an entry is built on.
+// What is told of a removed entry.
 template <TableTraits T>
 typename T::Entry entryOfOnly(const typename T::Key& key) {
   typename T::Entry entry{};
@@ -151,8 +151,7 @@ class RowIterator final : public Vane::VaRowIteratorImpl {
   }
 
   VaRowIteratorImpl& operator++() override {
-    const Key key = current_->*T::key;
-    position([&] { return walk_->next(key, hint_, *current_); });
+    position([this] { return walk_->next(current_->*T::key, hint_, *current_); });
     return *this;
   }
   // The entry as it was when the iterator reached it.
@@ -226,9 +225,9 @@ class Reactor final : public Kit::PtrInterface::NotifieeConst {
     const bool deleted = isEmpty(entry);
     if (deleted) entry.*T::key = key;
     refill<T>(scratchRow_, entry);
-    // A handle of its own: an observer that writes the table brings the next change in here while
-    // this one is still being told.
-    const typename T::Row row = scratchRow_;
+    // Away from the scratch row: an observer that writes the table brings the next change in here
+    // while this one is still being told.
+    const typename T::Row row = std::move(scratchRow_);
     (static_cast<Adapter*>(adapter_)->*Adapter::changeHandler)(row, deleted, key);
   }
   static bool isEmpty(const Entry& entry) {
@@ -420,10 +419,12 @@ std::unique_ptr<Vane::VaChangeIteratorImpl> TableAdapter<Adapter, T>::endChange(
 
 template <class Adapter, TableTraits T>
 void TableAdapter<Adapter, T>::rowIs(Vane::BaseRow& row, bool) {
-  const Vane::BaseRow& empty = emptyRow();
-  if (const auto hook = rowHook(); hook->active()) hook->row(row, empty);
+  if (rowHook()->active()) {
+    const auto hook = rowHook();  // held: it may put another in its place
+    hook->row(row, emptyRow());
+  }
   needBuffer(row);
-  Entry entry = entryOfOnly<T>(keyOf<T>(row));
+  Entry entry{};
   T::Columns::fromRow(row, entry);
   ((*table_).*T::set)(entry);
 }

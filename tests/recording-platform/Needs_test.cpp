@@ -11,11 +11,17 @@
 
 namespace {
 
+// The row encoding goes with the plug-in's sources.
+bool isRowEncoding(const std::string& name) {
+  return name.starts_with("Vane::BaseRow::") || name.starts_with("Vane::RowWriter::") ||
+         name.starts_with("Vane::VaRowBuf::");
+}
+
 bool isPlatforms(const std::string& name) {
   for (const char* room :
        {"Guard::", "Kit::", "KitShoal::", "Shoal::", "Hub::", "P4Runtime::", "P4RuntimeRouting::",
         "NexthopGroup::", "Wire::", "Trace::", "DualLog::", "RingLog::", "Vane::"}) {
-    if (name.starts_with(room)) return !name.starts_with("Vane::BaseRow::");
+    if (name.starts_with(room)) return !isRowEncoding(name);
   }
   return false;
 }

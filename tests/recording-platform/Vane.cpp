@@ -83,15 +83,15 @@ std::shared_ptr<VaTableImplementation::ReaderPlace> DefaultVaTableImplementation
   return std::make_shared<ReaderPlace>();
 }
 void DefaultVaTableImplementation::observerIs(std::shared_ptr<VaTableObserver> observer) {
-  observers_.push_back(std::move(observer));
+  observers_->push_back(std::move(observer));
 }
 void DefaultVaTableImplementation::observerDel(const std::shared_ptr<VaTableObserver>& observer) {
-  std::erase(observers_, observer);
+  std::erase(*observers_, observer);
 }
 void DefaultVaTableImplementation::pruneChanges() {}
 uint64_t DefaultVaTableImplementation::notifyObservers(uint64_t previous, uint64_t index,
                                                        bool deleted, const BaseRow& row) {
-  for (const auto& observer : observers_) observer->onChange(previous, index, deleted, row);
+  for (const auto& observer : *observers_) observer->onChange(previous, index, deleted, row);
   return 0;
 }
 void DefaultVaTableImplementation::cleanChanges(uint64_t) {}

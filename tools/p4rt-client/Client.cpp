@@ -18,6 +18,10 @@ using Tools::Failure;
 // A batch's results come in a trailer, which is limited to 8 KiB unless the client says otherwise.
 constexpr int maxMetadata = 4 << 20;
 
+// What may be on its way to us, so that the agent makes the next messages while we work on these.
+// By itself gRPC goes by the delay of the connection, which has next to none.
+constexpr int lookAhead = 1 << 20;  // bytes
+
 std::string contents(const std::string& file) {
   std::ifstream in(file);
   std::ostringstream text;
@@ -64,6 +68,8 @@ ExitCode exitCodeOf(grpc::StatusCode code) {
 Client::Client(ClientOptions options) : options_(std::move(options)) {
   grpc::ChannelArguments arguments;
   arguments.SetMaxReceiveMessageSize(-1);
+  arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
+  arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, lookAhead);
   arguments.SetInt(GRPC_ARG_MAX_METADATA_SIZE, maxMetadata);
   // A connection of its own for each client, also for several in one process.
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);

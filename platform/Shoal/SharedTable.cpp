@@ -12,6 +12,7 @@
 #include "platform/Shoal/CrashPoint.h"
 #include "platform/Shoal/Store.h"
 #include "platform/Shoal/TableFile.h"
+#include "platform/Shoal/TableWriter.h"
 
 namespace Shoal {
 
@@ -59,8 +60,8 @@ std::shared_ptr<Store> attachForReading(const std::filesystem::path& root,
   if (!file) place.refuse("no such table");
   const Header header = checkedHeader(place, *file, layout);
   auto memory = mapped(place, std::move(*file), header.fileSize, false);
-  return std::make_shared<Store>(Mode::reader, layoutOf(header), planOf(header), std::move(memory),
-                                 FileDescriptor(), tablePath);
+  return Store::make(Mode::reader, layoutOf(header), planOf(header), std::move(memory),
+                     FileDescriptor(), tablePath);
 }
 
 FileDescriptor createTable(const TableFile& place, const EntryLayout& layout, uint64_t capacity) {
@@ -121,8 +122,7 @@ std::shared_ptr<TableStore> attachWriter(const std::filesystem::path& root,
   }
   auto memory = mapped(place, std::move(*file), plan.fileSize, true);
   crashPoint<"attach: file mapped">();
-  return std::make_shared<Store>(Mode::writer, layout, plan, std::move(memory), std::move(lock),
-                                 tablePath);
+  return Store::make(Mode::writer, layout, plan, std::move(memory), std::move(lock), tablePath);
 }
 
 std::shared_ptr<TableStore> attachReader(const std::filesystem::path& root,

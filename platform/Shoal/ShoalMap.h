@@ -4,8 +4,10 @@
 // are then those of the table. All reads copy entries out: the table may change at any moment.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -53,11 +55,32 @@ class ShoalMap {
     return checked(store_->next(bytesOf(key), hint, bytesOf(entry)), entry);
   }
 
+  // Hands every entry, in slot order, to `visit`.
+  template <class Visit>
+  void forEach(Visit&& visit) const {
+    store_->forEach([&](Bytes bytes) {
+      Entry entry;
+      std::memcpy(&entry, bytes.data(), sizeof entry);
+      checked(true, entry);
+      visit(std::as_const(entry));
+      return true;
+    });
+  }
+
   // The entry of `key` and true in `found`, or the empty entry (all zero) and false.
   Entry safeLookup(const Key& key, bool& found) const {
     Entry entry{};
     found = checked(store_->lookup(bytesOf(key), bytesOf(entry)), entry);
     return entry;
+  }
+
+  // Does for each key what safeLookup does: entries[i] and found[i] are those of keys[i]. What is
+  // in them after an exception is not said. requires: the three have one size.
+  void lookupBatch(std::span<const Key> keys, std::span<Entry> entries,
+                   std::span<bool> found) const {
+    std::ranges::fill(entries, Entry{});
+    store_->lookupBatch(std::as_bytes(keys), std::as_writable_bytes(entries), found);
+    for (size_t i = 0; i < keys.size(); ++i) checked(found[i], entries[i]);
   }
 
   // Inserts or replaces; answers whether the key is new. requires: mode() is writer.

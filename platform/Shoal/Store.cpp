@@ -2,13 +2,15 @@
 
 #include <unistd.h>
 
+#include <optional>
 #include <sstream>
 #include <utility>
-#include <vector>
 
 #include "platform/Guard/Exception.h"
 #include "platform/Shoal/CrashPoint.h"
 #include "platform/Shoal/TableFile.h"
+#include "platform/Shoal/TableReader.h"
+#include "platform/Shoal/TableWriter.h"
 #include "platform/Trace/Trace.h"
 
 namespace Shoal {
@@ -23,18 +25,96 @@ void format(Memory& memory, const EntryLayout& layout, const Plan& plan) {
   crashPoint<"create: header written">();
 }
 
-Store::Store(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Memory> memory,
-             FileDescriptor lock, std::string path)
-    : mode_(mode),
-      layout_(std::move(layout)),
-      lock_(std::move(lock)),
-      memory_(std::move(memory)),
-      view_{memory_->base(), plan, std::move(path)},
-      reader_(view_) {
-  if (mode_ != Mode::writer) return;
-  writer_.emplace(view_, *memory_);
-  writer_->repair();
-  crashPoint<"attach: table whole">();
+namespace {
+
+template <class Shape>
+class ShapedStore final : public Store {
+ public:
+  ShapedStore(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Memory> memory,
+              FileDescriptor lock, std::string path)
+      : Store(mode, std::move(layout), plan, std::move(memory), std::move(lock), std::move(path)),
+        table_(view()),
+        reader_(table_) {
+    if (mode != Mode::writer) return;
+    writer_.emplace(table_, this->memory());
+    writer_->repair();
+    crashPoint<"attach: table whole">();
+    noteWriter();
+  }
+  // A child process that inherited the store is not the writer and leaves everything as it is.
+  ~ShapedStore() override {
+    if (!isWriter()) return;
+    put(table_.header().writerPid, 0);
+    crashPoint<"detach: no process noted">();
+    writer_->wakeFollowers();
+  }
+
+  bool lookup(Bytes key, MutableBytes entry) const override {
+    needKeys(key);
+    needEntries(entry);
+    return reader_.lookup(key.data(), entry.data());
+  }
+  void lookupBatch(Bytes keys, MutableBytes entries, std::span<bool> found) const override {
+    needKeys(keys, found.size());
+    needEntries(entries, found.size());
+    reader_.lookupBatch(keys.data(), entries.data(), found);
+  }
+  bool first(IterHint& hint, MutableBytes entry) const override {
+    needEntries(entry);
+    return reader_.next(nullptr, hint, entry.data(), 1) != 0;
+  }
+  bool next(Bytes key, IterHint& hint, MutableBytes entry) const override {
+    needKeys(key);
+    needEntries(entry);
+    return reader_.next(key.data(), hint, entry.data(), 1) != 0;
+  }
+  size_t nextBatch(Bytes after, IterHint& hint, MutableBytes entries) const override {
+    if (!after.empty()) needKeys(after);
+    const size_t room = entries.size() / table_.shape.entrySize;
+    return reader_.next(after.empty() ? nullptr : after.data(), hint, entries.data(), room);
+  }
+
+  bool set(Bytes key, Bytes entry) override {
+    needKeys(key);
+    needEntries(entry);
+    return writer("set").set(key.data(), entry.data());
+  }
+  bool erase(Bytes key) override {
+    needKeys(key);
+    return writer("erase").erase(key.data());
+  }
+  void clear() override { writer("clear").clear(); }
+  void wakeFollowers() override { writer("wakeFollowers").wakeFollowers(); }
+
+ private:
+  TableWriter<Shape>& writer(const char* call) {
+    needWriter(call);
+    return *writer_;
+  }
+  void needKeys(Bytes keys, size_t count = 1) const {
+    need("key", keys.size(), table_.shape.keySize * count);
+  }
+  void needEntries(Bytes entries, size_t count = 1) const {
+    need("entry", entries.size(), table_.shape.entrySize * count);
+  }
+
+  const ShapedView<Shape> table_;
+  const TableReader<Shape> reader_;
+  std::optional<TableWriter<Shape>> writer_;
+};
+
+}  // namespace
+
+std::shared_ptr<Store> Store::make(Mode mode, EntryLayout layout, const Plan& plan,
+                                   std::unique_ptr<Memory> memory, FileDescriptor lock,
+                                   std::string path) {
+  return withShapeOf(plan, [&](auto shape) -> std::shared_ptr<Store> {
+    return std::make_shared<ShapedStore<decltype(shape)>>(
+        mode, std::move(layout), plan, std::move(memory), std::move(lock), std::move(path));
+  });
+}
+
+void Store::noteWriter() {
   Header& header = view_.header();
   const auto pid = static_cast<uint32_t>(::getpid());
   put(header.writerStart, processStart(pid).value_or(0));
@@ -44,46 +124,6 @@ Store::Store(Mode mode, EntryLayout layout, const Plan& plan, std::unique_ptr<Me
   put(header.generation, header.generation + 1);
   crashPoint<"attach: generation raised">();
 }
-
-// A child process that inherited the store is not the writer and leaves everything as it is.
-Store::~Store() {
-  if (!lock_.isHeld()) return;
-  put(view_.header().writerPid, 0);
-  crashPoint<"detach: no process noted">();
-  writer_->wakeFollowers();
-}
-
-bool Store::lookup(Bytes key, MutableBytes entry) const {
-  checkKey(key);
-  checkEntry(entry);
-  return reader_.lookup(key.data(), entry.data());
-}
-
-bool Store::first(IterHint& hint, MutableBytes entry) const {
-  checkEntry(entry);
-  return reader_.first(hint, entry.data());
-}
-
-bool Store::next(Bytes key, IterHint& hint, MutableBytes entry) const {
-  checkKey(key);
-  checkEntry(entry);
-  return reader_.next(key.data(), hint, entry.data());
-}
-
-bool Store::set(Bytes key, Bytes entry) {
-  checkKey(key);
-  checkEntry(entry);
-  return writer("set").set(key.data(), entry.data());
-}
-
-bool Store::erase(Bytes key) {
-  checkKey(key);
-  return writer("erase").erase(key.data());
-}
-
-void Store::clear() { writer("clear").clear(); }
-
-void Store::wakeFollowers() { writer("wakeFollowers").wakeFollowers(); }
 
 void Store::corruptionDetected(const std::string& message) {
   corruptions_.fetch_add(1);
@@ -99,17 +139,18 @@ std::shared_ptr<Store> Store::snapshotOf(const Store& source) {
   const Plan& plan = source.view_.plan;
   auto memory = std::make_unique<Memory>(plan.fileSize, source.path());
   format(*memory, source.layout_, plan);
-  auto copy = std::make_shared<Store>(Mode::snapshot, source.layout_, plan, std::move(memory),
-                                      FileDescriptor(), source.path());
-  TableWriter filler(copy->view_, *copy->memory_);
-  std::vector<std::byte> entry(plan.entrySize);
-  IterHint hint;
-  for (bool more = source.reader_.first(hint, entry.data()); more;
-       more = source.reader_.next(entry.data() + plan.keyOffset, hint, entry.data())) {
-    filler.set(entry.data() + plan.keyOffset, entry.data());
-  }
-  put(copy->view_.header().generation, source.generation());
-  return copy;
+  const TableView view{memory->base(), plan, source.path()};
+  withShapeOf(plan, [&](auto shape) {
+    const ShapedView<decltype(shape)> table(view);
+    TableWriter<decltype(shape)> filler(table, *memory);
+    source.forEach([&](Bytes entry) {
+      filler.set(entry.data() + shape.keyOffset, entry.data());
+      return true;
+    });
+  });
+  put(view.header().generation, source.generation());
+  return make(Mode::snapshot, source.layout_, plan, std::move(memory), FileDescriptor(),
+              source.path());
 }
 
 void Store::throwNotWriter(const char* call) const {

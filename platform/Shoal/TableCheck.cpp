@@ -25,7 +25,7 @@ std::string text(const Parts&... parts) {
 
 class Checker {
  public:
-  explicit Checker(const Store& store) : table_(store.view()), words_(store.view().plan.capacity) {}
+  explicit Checker(const Store& store) : table_(store.view()), words_(table_.plan.capacity) {}
 
   TableCheck run() {
     const Header before = header();
@@ -213,7 +213,7 @@ class Checker {
     }
   }
 
-  const TableView& table_;
+  const ShapedView<LargeShape> table_;
   std::vector<uint32_t> words_;     // by slot: 1 + the place of its word; 0: not met
   std::optional<Moment> standing_;  // in the middle of an operation that does not go on
   TableCheck result_;

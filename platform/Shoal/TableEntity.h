@@ -58,14 +58,12 @@ class TableEntityBase : public Kit::Entity {
  private:
   static void appendKeys(const TableStore& table, std::vector<std::byte>& keys) {
     const EntryLayout& layout = table.layout();
-    std::vector<std::byte> entry(layout.entrySize);
-    const auto key = Bytes(entry).subspan(layout.keyOffset, layout.keySize);
     keys.reserve(table.size() * layout.keySize);
-    IterHint hint;
-    for (bool more = table.first(hint, entry); more;) {
+    table.forEach([&](Bytes entry) {
+      const Bytes key = entry.subspan(layout.keyOffset, layout.keySize);
       keys.insert(keys.end(), key.begin(), key.end());
-      more = table.next(Bytes(keys).last(layout.keySize), hint, entry);
-    }
+      return true;
+    });
   }
 
  protected:

@@ -6,7 +6,8 @@
 
 namespace Shoal {
 
-void IndexWriter::addTo(uint32_t level, uint64_t hash, uint32_t slot) {
+template <class Shape>
+void IndexWriter<Shape>::addTo(uint32_t level, uint64_t hash, uint32_t slot) {
   const uint32_t mask = table_.plan.levelWords[level] - 1;
   uint32_t* words = table_.index(level);
   uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
@@ -18,7 +19,8 @@ void IndexWriter::addTo(uint32_t level, uint64_t hash, uint32_t slot) {
 
 // Readers meet the next level only when it is complete. A writer killed before that leaves words in
 // it, hence the zeroing.
-void IndexWriter::grow() {
+template <class Shape>
+void IndexWriter<Shape>::grow() {
   const uint32_t next = level() + 1;
   if (next >= table_.plan.indexLevels) table_.corrupt("index too small for its slots");
   const uint64_t bytes = uint64_t{table_.plan.levelWords[next]} * sizeof(uint32_t);
@@ -38,7 +40,8 @@ void IndexWriter::grow() {
   crashPoint<"grow: version raised">();
 }
 
-void IndexWriter::remove(uint32_t slot) {
+template <class Shape>
+void IndexWriter<Shape>::remove(uint32_t slot) {
   const uint64_t hash = hashOfSlot(slot);
   const uint32_t word = table_.plan.wordOf(hash, slot);
   const uint32_t mask = table_.plan.levelWords[level()] - 1;
@@ -53,13 +56,15 @@ void IndexWriter::remove(uint32_t slot) {
   closeHole(at);
 }
 
-void IndexWriter::finishRemoval() {
+template <class Shape>
+void IndexWriter<Shape>::finishRemoval() {
   const uint32_t hole = table_.header().operation.hole;
   if (hole != 0) closeHole(hole - 1);
 }
 
 // Each run of words from behind, so that none is missing on the way to another.
-void IndexWriter::clear() {
+template <class Shape>
+void IndexWriter<Shape>::clear() {
   const uint32_t mask = table_.plan.levelWords[level()] - 1;
   uint32_t* words = table_.index(level());
   uint32_t empty = 0;
@@ -74,7 +79,8 @@ void IndexWriter::clear() {
 
 // Moves words back over the hole until none is missing on the way to another, then empties the last
 // place. A step that is taken twice, because the writer was killed in it, does the same again.
-void IndexWriter::closeHole(uint32_t hole) {
+template <class Shape>
+void IndexWriter<Shape>::closeHole(uint32_t hole) {
   Header& header = table_.header();
   uint32_t* words = table_.index(level());
   uint32_t moves = 0;
@@ -96,7 +102,8 @@ void IndexWriter::closeHole(uint32_t hole) {
 
 // The place of the first word after the hole that would not be found with the hole empty, or the
 // hole itself if there is none.
-uint32_t IndexWriter::wordForHole(uint32_t hole) const {
+template <class Shape>
+uint32_t IndexWriter<Shape>::wordForHole(uint32_t hole) const {
   const uint32_t mask = table_.plan.levelWords[level()] - 1;
   const uint32_t* words = table_.index(level());
   for (uint32_t distance = 1; distance <= mask; ++distance) {
@@ -107,10 +114,16 @@ uint32_t IndexWriter::wordForHole(uint32_t hole) const {
   table_.corrupt("index without an end");
 }
 
-uint32_t IndexWriter::homeOf(uint32_t word) const {
+template <class Shape>
+uint32_t IndexWriter<Shape>::homeOf(uint32_t word) const {
   const uint32_t slot = table_.plan.slotOf(word);
   if (slot >= table_.header().highWater) table_.corrupt("index word without a slot");
   return static_cast<uint32_t>(hashOfSlot(slot) >> 32) & (table_.plan.levelWords[level()] - 1);
 }
+
+template class IndexWriter<PrefixShape>;
+template class IndexWriter<VrfPrefixShape>;
+template class IndexWriter<SmallShape>;
+template class IndexWriter<LargeShape>;
 
 }  // namespace Shoal

@@ -18,13 +18,25 @@
 
 namespace Shoal {
 
+// The level in use, as it was when it was looked for.
+struct IndexLevel {
+  explicit IndexLevel(const TableView& table) {
+    const uint32_t level = table.indexLevel();
+    words = table.index(level);
+    mask = table.plan.levelWords[level] - 1;
+  }
+  // Where the search for a key with this hash begins.
+  const uint32_t* home(uint64_t hash) const { return words + (hash >> 32 & mask); }
+
+  const uint32_t* words;
+  uint32_t mask;
+};
+
 // Hands the slots that may hold the key to `visit`, in probe order, until it says that it is done.
 // Returns whether it did; else there is no further one.
 template <class Visit>
 bool probe(const TableView& table, uint64_t hash, Visit&& visit) {
-  const uint32_t level = table.indexLevel();
-  const uint32_t mask = table.plan.levelWords[level] - 1;
-  const uint32_t* words = table.index(level);
+  const auto [words, mask] = IndexLevel(table);
   uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
   for (uint32_t count = 0; count <= mask; ++count, at = (at + 1) & mask) {
     const uint32_t word = look(words[at]);
@@ -38,9 +50,10 @@ bool probe(const TableView& table, uint64_t hash, Visit&& visit) {
 }
 
 // The writer's side.
+template <class Shape>
 class IndexWriter {
  public:
-  IndexWriter(const TableView& table, Memory& memory) : table_(table), memory_(memory) {}
+  IndexWriter(const ShapedView<Shape>& table, Memory& memory) : table_(table), memory_(memory) {}
 
   // Makes room for the words of so many slots. Throws Guard::MemoryResourceException with the table
   // unchanged. requires: slots <= capacity.
@@ -65,10 +78,10 @@ class IndexWriter {
   uint32_t wordForHole(uint32_t hole) const;
   uint32_t homeOf(uint32_t word) const;
   uint64_t hashOfSlot(uint32_t slot) const {
-    return table_.hashOf(table_.entry(slot) + table_.plan.keyOffset);
+    return table_.hashOf(table_.entry(slot) + table_.shape.keyOffset);
   }
 
-  const TableView& table_;
+  const ShapedView<Shape>& table_;
   Memory& memory_;
 };
 

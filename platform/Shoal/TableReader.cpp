@@ -1,6 +1,7 @@
 #include "platform/Shoal/TableReader.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <sstream>
 
@@ -38,72 +39,86 @@ class Attempts {
   std::chrono::steady_clock::time_point deadline_{};
 };
 
-// Sizes up to this are copied by way of a small stack frame.
-constexpr size_t smallEntry = 256;
-
 }  // namespace
 
-// The entry goes to the caller by way of a copy, because a copy that turns out torn must leave the
-// caller's bytes as they are if the entry is then found to be gone.
-template <size_t scratchSize>
-bool TableReader::lookupVia(const std::byte* key, std::byte* entry) const {
-  alignas(8) std::byte scratch[scratchSize];
-  const uint64_t hash = table_.hashOf(key);
+template <class Shape>
+bool TableReader<Shape>::lookup(const std::byte* key, uint64_t hash, std::byte* entry) const {
   for (Attempts attempts(table_);; attempts.again()) {
     const uint32_t version = look(table_.header().indexVersion);
     Seen seen = Seen::absent;
     probe(table_, hash, [&](uint32_t slot) {
-      seen = readSlot(table_, slot, key, scratch);
+      seen = readSlot(table_, slot, key, entry);
       return seen == Seen::whole || seen == Seen::moved;
     });
-    if (seen == Seen::whole) {
-      std::memcpy(entry, scratch, table_.plan.entrySize);
-      return true;
-    }
+    if (seen == Seen::whole) return true;
     if (seen != Seen::moved && look(table_.header().indexVersion) == version) return false;
   }
 }
 
-bool TableReader::lookup(const std::byte* key, std::byte* entry) const {
-  return table_.plan.entrySize <= smallEntry ? lookupVia<smallEntry>(key, entry)
-                                             : lookupVia<maxEntrySize>(key, entry);
+// Two misses lie on the way to an entry, its word in the index and its slot: first all of the one
+// kind are asked for, then all of the other, then the entries are looked up.
+template <class Shape>
+void TableReader<Shape>::lookupBatch(const std::byte* keys, std::byte* entries,
+                                     std::span<bool> found) const {
+  constexpr size_t inFlight = 16;
+  const Shape& shape = table_.shape;
+  std::array<uint64_t, inFlight> hashes;
+  for (; !found.empty(); found = found.subspan(std::min(inFlight, found.size()))) {
+    const size_t count = std::min(inFlight, found.size());
+    const IndexLevel level(table_);
+    for (size_t i = 0; i < count; ++i) {
+      hashes[i] = table_.hashOf(keys + i * shape.keySize);
+      __builtin_prefetch(level.home(hashes[i]));
+    }
+    for (size_t i = 0; i < count; ++i) {
+      const uint32_t slot = table_.plan.slotOf(look(*level.home(hashes[i])));
+      if (slot < table_.plan.capacity) __builtin_prefetch(&table_.slot(slot));
+    }
+    for (size_t i = 0; i < count; ++i, keys += shape.keySize, entries += shape.entrySize) {
+      found[i] = lookup(keys, hashes[i], entries);
+    }
+  }
 }
 
-template <size_t scratchSize>
-bool TableReader::scanVia(uint32_t from, uint32_t end, IterHint& hint, std::byte* entry) const {
-  alignas(8) std::byte scratch[scratchSize];
-  for (uint32_t slot = from; slot < end; ++slot) {
-    Seen seen = readSlot(table_, slot, nullptr, scratch);
+template <class Shape>
+bool TableReader<Shape>::scan(uint32_t& slot, uint32_t end, std::byte* entry) const {
+  for (; slot < end; ++slot) {
+    Seen seen = readSlot(table_, slot, nullptr, entry);
     for (Attempts attempts(table_); seen == Seen::moved; attempts.again()) {
-      seen = readSlot(table_, slot, nullptr, scratch);
+      seen = readSlot(table_, slot, nullptr, entry);
     }
-    if (seen != Seen::whole) continue;
-    std::memcpy(entry, scratch, table_.plan.entrySize);
-    hint.slot = slot;
-    // 0 is for "no slot yet", also in a table that says so of itself.
-    hint.generation = std::max<uint64_t>(1, look(table_.header().generation));
-    hint.keyHash = keyMark(scratch + table_.plan.keyOffset, table_.plan.keySize);
-    return true;
+    if (seen == Seen::whole) return true;
   }
   return false;
 }
 
-bool TableReader::scan(uint32_t from, IterHint& hint, std::byte* entry) const {
+// An entry that cannot be read is for the next call to tell of, if there are others before it.
+template <class Shape>
+size_t TableReader<Shape>::next(const std::byte* key, IterHint& hint, std::byte* entries,
+                                size_t room) const {
+  const Shape& shape = table_.shape;
+  uint32_t slot = key != nullptr ? slotAfter(key, hint) : 0;
   const uint32_t end = table_.highWater();
-  return table_.plan.entrySize <= smallEntry ? scanVia<smallEntry>(from, end, hint, entry)
-                                             : scanVia<maxEntrySize>(from, end, hint, entry);
-}
-
-bool TableReader::first(IterHint& hint, std::byte* entry) const { return scan(0, hint, entry); }
-
-bool TableReader::next(const std::byte* key, IterHint& hint, std::byte* entry) const {
-  return scan(slotAfter(key, hint), hint, entry);
+  size_t count = 0;
+  try {
+    for (; count < room && scan(slot, end, entries + count * shape.entrySize); ++slot) ++count;
+  } catch (const Guard::CorruptionDetectedException&) {
+    if (count == 0) throw;
+  }
+  if (count == 0) return 0;
+  const std::byte* last = entries + (count - 1) * shape.entrySize;
+  hint.slot = slot - 1;
+  // 0 is for "no slot yet", also in a table that says so of itself.
+  hint.generation = std::max<uint64_t>(1, look(table_.header().generation));
+  hint.keyHash = keyMark(last + shape.keyOffset, shape.keySize);
+  return count;
 }
 
 // Slots outlive a writer, so that a hint stays good when another one has attached meanwhile.
-uint32_t TableReader::slotAfter(const std::byte* key, const IterHint& hint) const {
+template <class Shape>
+uint32_t TableReader<Shape>::slotAfter(const std::byte* key, const IterHint& hint) const {
   if (hint.generation != 0 && hint.slot < table_.plan.capacity &&
-      hint.keyHash == keyMark(key, table_.plan.keySize)) {
+      hint.keyHash == keyMark(key, table_.shape.keySize)) {
     return static_cast<uint32_t>(hint.slot) + 1;
   }
   return slotAfterByIndex(key, table_.hashOf(key));
@@ -111,7 +126,8 @@ uint32_t TableReader::slotAfter(const std::byte* key, const IterHint& hint) cons
 
 // The key's slot; else the one where it was last, if that has not been reused; else the place that
 // the hash's upper half gives, as a fraction of the slots in use.
-uint32_t TableReader::slotAfterByIndex(const std::byte* key, uint64_t hash) const {
+template <class Shape>
+uint32_t TableReader<Shape>::slotAfterByIndex(const std::byte* key, uint64_t hash) const {
   for (Attempts attempts(table_);; attempts.again()) {
     const uint32_t version = look(table_.header().indexVersion);
     std::optional<uint32_t> remembered;
@@ -131,5 +147,10 @@ uint32_t TableReader::slotAfterByIndex(const std::byte* key, uint64_t hash) cons
     }
   }
 }
+
+template class TableReader<PrefixShape>;
+template class TableReader<VrfPrefixShape>;
+template class TableReader<SmallShape>;
+template class TableReader<LargeShape>;
 
 }  // namespace Shoal

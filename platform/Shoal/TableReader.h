@@ -8,34 +8,37 @@
 // The functions keep no state, so that threads may share one reader.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "platform/Shoal/TableStore.h"
 #include "platform/Shoal/TableView.h"
 
 namespace Shoal {
 
+template <class Shape>
 class TableReader {
  public:
-  explicit TableReader(const TableView& table) : table_(table) {}
+  explicit TableReader(const ShapedView<Shape>& table) : table_(table) {}
 
-  bool lookup(const std::byte* key, std::byte* entry) const;
-  bool first(IterHint& hint, std::byte* entry) const;
-  bool next(const std::byte* key, IterHint& hint, std::byte* entry) const;
+  bool lookup(const std::byte* key, std::byte* entry) const {
+    return lookup(key, table_.hashOf(key), entry);
+  }
+  void lookupBatch(const std::byte* keys, std::byte* entries, std::span<bool> found) const;
+  // Copies out as many entries as there is room for, from the first slot or from behind `key`.
+  size_t next(const std::byte* key, IterHint& hint, std::byte* entries, size_t room) const;
 
  private:
-  template <size_t scratchSize>
-  bool lookupVia(const std::byte* key, std::byte* entry) const;
-  template <size_t scratchSize>
-  bool scanVia(uint32_t from, uint32_t end, IterHint& hint, std::byte* entry) const;
-
-  bool scan(uint32_t from, IterHint& hint, std::byte* entry) const;
+  bool lookup(const std::byte* key, uint64_t hash, std::byte* entry) const;
+  // The first entry from `slot` on, whose slot is `slot` then.
+  bool scan(uint32_t& slot, uint32_t end, std::byte* entry) const;
   // The slot with which to go on after `key`.
   uint32_t slotAfter(const std::byte* key, const IterHint& hint) const;
   uint32_t slotAfterByIndex(const std::byte* key, uint64_t hash) const;
 
-  const TableView& table_;
+  const ShapedView<Shape>& table_;
 };
 
 }  // namespace Shoal

@@ -10,11 +10,13 @@
 // has been removed, and ends.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace Shoal {
 
@@ -63,6 +65,18 @@ class TableStore {
   // Copies the entry of `key` out and answers true, or leaves `entry` as it is and answers false.
   virtual bool lookup(Bytes key, MutableBytes entry) const = 0;
 
+  // Looks up as many keys as `found` has places, and answers for each of them as lookup() does. The
+  // keys stand one behind the other, and so do the entries. A table that is larger than the caches
+  // has the way to many entries in flight at once. When it throws, some of the answers may be
+  // missing; whoever wants to know of which key asks for them one by one.
+  virtual void lookupBatch(Bytes keys, MutableBytes entries, std::span<bool> found) const {
+    const size_t keySize = layout().keySize, entrySize = layout().entrySize;
+    for (size_t i = 0; i < found.size(); ++i) {
+      found[i] =
+          lookup(keys.subspan(i * keySize, keySize), entries.subspan(i * entrySize, entrySize));
+    }
+  }
+
   // Copies the first entry in slot order out.
   virtual bool first(IterHint& hint, MutableBytes entry) const = 0;
 
@@ -71,6 +85,43 @@ class TableStore {
   // hint), a key that is not in the table stands where it was last, while the table remembers that,
   // and else at a place that its hash gives.
   virtual bool next(Bytes key, IterHint& hint, MutableBytes entry) const = 0;
+
+  // Copies out as many of the entries that follow as there is room for, as so many calls of next()
+  // do, and answers how many they were; 0: the walk is at its end. An empty `after` begins with the
+  // first entry; it may be a part of `entries`. If one of them cannot be read, those before it come
+  // first, and the exception with the next call.
+  virtual size_t nextBatch(Bytes after, IterHint& hint, MutableBytes entries) const {
+    const EntryLayout& shape = layout();
+    size_t count = 0;
+    try {
+      for (; entries.size() >= shape.entrySize; ++count) {
+        const MutableBytes entry = entries.first(shape.entrySize);
+        if (!(after.empty() ? first(hint, entry) : next(after, hint, entry))) break;
+        after = Bytes(entry).subspan(shape.keyOffset, shape.keySize);
+        entries = entries.subspan(shape.entrySize);
+      }
+    } catch (...) {
+      if (count == 0) throw;
+    }
+    return count;
+  }
+
+  // Hands every entry, in slot order and read a batch at a time, to `visit`, which says whether to
+  // go on.
+  template <class Visit>
+  void forEach(Visit&& visit) const {
+    const EntryLayout& shape = layout();
+    std::vector<std::byte> batch(std::max<size_t>(1, bytesAtATime / shape.entrySize) *
+                                 shape.entrySize);
+    Bytes last;
+    IterHint hint;
+    while (const size_t count = nextBatch(last, hint, batch)) {
+      for (size_t i = 0; i < count; ++i) {
+        if (!visit(Bytes(batch).subspan(i * shape.entrySize, shape.entrySize))) return;
+      }
+      last = Bytes(batch).subspan((count - 1) * shape.entrySize + shape.keyOffset, shape.keySize);
+    }
+  }
 
   // Inserts the entry, or replaces the entry of the same key. `key` is the key inside `entry`, or a
   // copy of it. Answers whether the key is new. Throws Guard::MemoryResourceException when the
@@ -92,6 +143,9 @@ class TableStore {
   virtual uint64_t corruptionsDetected() const = 0;
 
  protected:
+  // Read in one go by a walk: some dozens of entries, that stay in the nearest cache.
+  static constexpr size_t bytesAtATime = 8192;
+
   TableStore() = default;
 };
 

@@ -12,8 +12,10 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "platform/Shoal/KeyHash.h"
+#include "platform/Shoal/Shape.h"
 #include "platform/Shoal/TableFormat.h"
 #include "platform/Shoal/Words.h"
 
@@ -62,6 +64,36 @@ struct TableView {
   [[noreturn]] void corruptJournal(uint32_t slot) const;
 };
 
+// The same table, its places and keys worked out from the sizes that its entries' shape knows.
+template <class EntryShape>
+struct ShapedView : TableView {
+  using Shape = EntryShape;
+  [[no_unique_address]] Shape shape;
+
+  explicit ShapedView(TableView table) : TableView(std::move(table)), shape(plan) {}
+
+  SlotHead& slot(uint32_t at) const {
+    const auto stride = static_cast<uint32_t>(sizeof(SlotHead) + alignUp(shape.entrySize, 8));
+    return *reinterpret_cast<SlotHead*>(base + plan.slotsOffset + uint64_t{at} * stride);
+  }
+  std::byte* entry(uint32_t at) const {
+    return reinterpret_cast<std::byte*>(&slot(at)) + sizeof(SlotHead);
+  }
+  ChangeHead& change(uint64_t number) const {
+    const auto stride = static_cast<uint32_t>(sizeof(ChangeHead) + alignUp(shape.keySize, 8));
+    return *reinterpret_cast<ChangeHead*>(base + plan.ringOffset +
+                                          (number & (plan.ringRecords - 1)) * stride);
+  }
+  std::byte* changeKey(uint64_t number) const {
+    return reinterpret_cast<std::byte*>(&change(number)) + sizeof(ChangeHead);
+  }
+  uint64_t hashOf(const std::byte* key) const { return keyHash(key, shape.keySize); }
+};
+
+// Room for the copy of an entry; registers, if the shape is fixed.
+template <class Shape>
+using EntryRoom = std::array<std::byte, alignUp(Shape::largestEntry, sizeof(Word))>;
+
 // What became of one look at a slot.
 enum class Seen {
   absent,  // no entry
@@ -71,31 +103,42 @@ enum class Seen {
 };
 
 // Whether the slot's key is `key`. Says nothing if the slot's sequence changes meanwhile.
-inline bool keyIs(const TableView& table, const std::byte* entry, const std::byte* key) {
-  const uint32_t skip = table.plan.keyOffset % 8;
-  std::array<std::byte, maxKeySize + 16> copy;
-  copyOut(copy.data(), entry + (table.plan.keyOffset - skip), skip + table.plan.keySize);
-  return std::memcmp(copy.data() + skip, key, table.plan.keySize) == 0;
+template <class Shape>
+bool keyIs(const ShapedView<Shape>& table, const std::byte* entry, const std::byte* key) {
+  const Shape& shape = table.shape;
+  if (shape.keyOffset % sizeof(Word) == 0) {
+    return isSame(entry + shape.keyOffset, key, shape.keySize);
+  }
+  const uint32_t skip = shape.keyOffset % sizeof(Word);
+  std::array<std::byte, maxKeySize + sizeof(Word)> copy;
+  copyOut(copy.data(), entry + (shape.keyOffset - skip), skip + shape.keySize);
+  return std::memcmp(copy.data() + skip, key, shape.keySize) == 0;
 }
 
 // Copies the entry out of the journal that stood in a live slot before its sequence became `odd`.
 // It has the slot's key, which a replace leaves as it is; a journal that says otherwise is damaged.
-inline Seen readJournal(const TableView& table, uint32_t slot, uint32_t odd, std::byte* out) {
+template <class Shape>
+[[gnu::noinline]] Seen readJournal(const ShapedView<Shape>& table, uint32_t slot, uint32_t odd,
+                                   std::byte* out) {
   for (uint32_t turn = 0; turn < journalRecords; ++turn) {
     const JournalHead& record = table.journal(turn);
     if (look(record.sequence) != odd || look(record.slot) != slot + 1) continue;
-    copyOut(out, table.journalEntry(turn), table.plan.entrySize);
-    const bool isOfSlot = keyIs(table, table.entry(slot), out + table.plan.keyOffset);
+    EntryRoom<Shape> copy;
+    copyOut(copy.data(), table.journalEntry(turn), table.shape.entrySize);
+    const bool isOfSlot = keyIs(table, table.entry(slot), copy.data() + table.shape.keyOffset);
     if (look(record.sequence) != odd || look(record.slot) != slot + 1) return Seen::moved;
-    if (isOfSlot) return Seen::whole;
-    break;
+    if (!isOfSlot) break;
+    std::memcpy(out, copy.data(), table.shape.entrySize);
+    return Seen::whole;
   }
   if (look(table.slot(slot).sequence) != odd) return Seen::moved;
   table.corruptJournal(slot);
 }
 
-// Copies the slot's entry into `out` if it is live and, unless `key` is null, has that key.
-inline Seen readSlot(const TableView& table, uint32_t slot, const std::byte* key, std::byte* out) {
+// Copies the slot's entry to `out` if it is live and, unless `key` is null, has that key. By way of
+// a copy, so that bytes which turn out torn never get there.
+template <class Shape>
+Seen readSlot(const ShapedView<Shape>& table, uint32_t slot, const std::byte* key, std::byte* out) {
   const SlotHead& head = table.slot(slot);
   const std::byte* entry = table.entry(slot);
   const uint32_t sequence = look(head.sequence);
@@ -104,9 +147,14 @@ inline Seen readSlot(const TableView& table, uint32_t slot, const std::byte* key
   if (key != nullptr && !keyIs(table, entry, key)) {
     return look(head.sequence) == sequence ? Seen::other : Seen::moved;
   }
-  if (sequence & 1) return readJournal(table, slot, sequence, out);
-  copyOut(out, entry, table.plan.entrySize);
-  return look(head.sequence) == sequence ? Seen::whole : Seen::moved;
+  if (sequence & 1) [[unlikely]]
+    return readJournal(table, slot, sequence, out);
+  EntryRoom<Shape> copy;
+  copyOut(copy.data(), entry, table.shape.entrySize);
+  if (look(head.sequence) != sequence) [[unlikely]]
+    return Seen::moved;
+  std::memcpy(out, copy.data(), table.shape.entrySize);
+  return Seen::whole;
 }
 
 }  // namespace Shoal

@@ -59,7 +59,8 @@ std::string stateFault(const Header& header, const Plan& plan) {
   return {};
 }
 
-bool TableWriter::set(const std::byte* key, const std::byte* entry) {
+template <class Shape>
+bool TableWriter<Shape>::set(const std::byte* key, const std::byte* entry) {
   const uint64_t hash = table_.hashOf(key);
   if (const auto slot = find(key, hash)) {
     replace(*slot, entry);
@@ -69,7 +70,8 @@ bool TableWriter::set(const std::byte* key, const std::byte* entry) {
   return true;
 }
 
-bool TableWriter::erase(const std::byte* key) {
+template <class Shape>
+bool TableWriter<Shape>::erase(const std::byte* key) {
   const auto slot = find(key, table_.hashOf(key));
   if (!slot) return false;
   eraseSlot(*slot);
@@ -78,7 +80,8 @@ bool TableWriter::erase(const std::byte* key) {
 
 // From the highest slot down, so that the slots are used again from the lowest up. What is left of
 // a damaged table is as sound as that of any other.
-void TableWriter::clear() {
+template <class Shape>
+void TableWriter<Shape>::clear() {
   recount();
   for (uint32_t slot = table_.highWater(); slot-- != 0;) {
     if (kindOf(table_.slot(slot).state) == slotLive) eraseSlot(slot);
@@ -91,7 +94,8 @@ void TableWriter::clear() {
 
 // Has the header say how many slots are in use and how many of them live. It does so already,
 // unless it was damaged.
-void TableWriter::recount() {
+template <class Shape>
+void TableWriter<Shape>::recount() {
   const uint32_t inUse = table_.highWater();
   uint32_t end = std::min(header().slotsClaimed, table_.plan.capacity);
   while (end > inUse && table_.slot(end - 1).state == slotEmpty) --end;
@@ -105,7 +109,8 @@ void TableWriter::recount() {
 }
 
 // Whether the list of free slots leads to every slot in use.
-bool TableWriter::areAllListed() const {
+template <class Shape>
+bool TableWriter<Shape>::areAllListed() const {
   const uint32_t slots = header().highWater;
   uint32_t listed = 0, next = header().freeHead;
   for (; next != 0 && listed <= slots; ++listed) {
@@ -118,7 +123,8 @@ bool TableWriter::areAllListed() const {
 }
 
 // Makes the list anew, for slots none of which is live.
-void TableWriter::listAll() {
+template <class Shape>
+void TableWriter<Shape>::listAll() {
   put(header().freeHead, 0);
   for (uint32_t slot = header().highWater; slot-- != 0;) {
     SlotHead& head = table_.slot(slot);
@@ -128,20 +134,22 @@ void TableWriter::listAll() {
   }
 }
 
-std::optional<uint32_t> TableWriter::find(const std::byte* key, uint64_t hash) const {
+template <class Shape>
+std::optional<uint32_t> TableWriter<Shape>::find(const std::byte* key, uint64_t hash) const {
   std::optional<uint32_t> found;
   probe(table_, hash, [&](uint32_t slot) {
     if (slot >= header().highWater) table_.corrupt("index word without a slot");
     const bool same =
         kindOf(table_.slot(slot).state) == slotLive &&
-        std::memcmp(table_.entry(slot) + table_.plan.keyOffset, key, table_.plan.keySize) == 0;
+        std::memcmp(table_.entry(slot) + table_.shape.keyOffset, key, table_.shape.keySize) == 0;
     if (same) found = slot;
     return same;
   });
   return found;
 }
 
-void TableWriter::insert(uint64_t hash, const std::byte* entry) {
+template <class Shape>
+void TableWriter<Shape>::insert(uint64_t hash, const std::byte* entry) {
   ensureChange();
   const uint32_t reusable = header().freeHead;
   const uint32_t slot =
@@ -156,7 +164,8 @@ void TableWriter::insert(uint64_t hash, const std::byte* entry) {
   end(ChangeHead::set);
 }
 
-uint32_t TableWriter::takeFreeSlot(uint32_t slot) {
+template <class Shape>
+uint32_t TableWriter<Shape>::takeFreeSlot(uint32_t slot) {
   if (slot >= header().highWater || kindOf(table_.slot(slot).state) != slotFree) {
     table_.corrupt("list of free slots leads to slot " + std::to_string(slot));
   }
@@ -168,7 +177,8 @@ uint32_t TableWriter::takeFreeSlot(uint32_t slot) {
   return slot;
 }
 
-uint32_t TableWriter::takeFreshSlot(uint32_t slot) {
+template <class Shape>
+uint32_t TableWriter<Shape>::takeFreshSlot(uint32_t slot) {
   if (slot >= table_.plan.capacity) throwFull(table_);
   ensureSlot(slot);
   if (table_.slot(slot).state != slotEmpty) {
@@ -181,7 +191,8 @@ uint32_t TableWriter::takeFreshSlot(uint32_t slot) {
   return slot;
 }
 
-void TableWriter::replace(uint32_t slot, const std::byte* entry) {
+template <class Shape>
+void TableWriter<Shape>::replace(uint32_t slot, const std::byte* entry) {
   ensureChange();
   const uint32_t odd = table_.slot(slot).sequence | 1;
   begin(OperationRecord::replace, slot, odd);
@@ -191,7 +202,8 @@ void TableWriter::replace(uint32_t slot, const std::byte* entry) {
   end(ChangeHead::set);
 }
 
-void TableWriter::eraseSlot(uint32_t slot) {
+template <class Shape>
+void TableWriter<Shape>::eraseSlot(uint32_t slot) {
   ensureChange();
   if (header().live == 0) table_.corrupt("an entry in slot " + std::to_string(slot) + " of none");
   begin(OperationRecord::erase, slot);
@@ -204,19 +216,21 @@ void TableWriter::eraseSlot(uint32_t slot) {
   end(ChangeHead::removed);
 }
 
-void TableWriter::writeEntry(uint32_t slot, const std::byte* entry) {
+template <class Shape>
+void TableWriter<Shape>::writeEntry(uint32_t slot, const std::byte* entry) {
   SlotHead& head = table_.slot(slot);
   const uint32_t odd = head.sequence | 1;
   put(head.sequence, odd);
   crashPoint<"entry: sequence odd">();
-  copyIn(table_.entry(slot), entry, table_.plan.entrySize);
+  copyIn(table_.entry(slot), entry, table_.shape.entrySize);
   crashPoint<"entry: bytes written">();
   put(head.sequence, odd + 1);
   crashPoint<"entry: sequence even">();
 }
 
 // The two records take turns, so that a reader has a whole further replace's time to copy one.
-void TableWriter::keepInJournal(uint32_t slot, uint32_t odd) {
+template <class Shape>
+void TableWriter<Shape>::keepInJournal(uint32_t slot, uint32_t odd) {
   const uint32_t turn = header().operation.journalTurn & 1;
   put(header().operation.journalTurn, turn ^ 1);
   crashPoint<"journal: turn taken">();
@@ -225,7 +239,7 @@ void TableWriter::keepInJournal(uint32_t slot, uint32_t odd) {
   crashPoint<"journal: record opened">();
   put(record.slot, slot + 1);
   crashPoint<"journal: slot named">();
-  copyIn(table_.journalEntry(turn), table_.entry(slot), table_.plan.entrySize);
+  copyIn(table_.journalEntry(turn), table_.entry(slot), table_.shape.entrySize);
   crashPoint<"journal: old entry kept">();
   put(record.sequence, odd);
   crashPoint<"journal: record counts">();
@@ -233,7 +247,8 @@ void TableWriter::keepInJournal(uint32_t slot, uint32_t odd) {
 
 // --- Memory -------------------------------------------------------------------------------------
 
-void TableWriter::ensureSlot(uint32_t slot) {
+template <class Shape>
+void TableWriter<Shape>::ensureSlot(uint32_t slot) {
   if (slot < header().slotsClaimed) [[likely]]
     return;
   put(header().slotsClaimed, claimElements(table_.plan.slotsOffset, table_.plan.slotStride,
@@ -242,7 +257,8 @@ void TableWriter::ensureSlot(uint32_t slot) {
 }
 
 // Records are used in the order of their places but for the first, which comes last.
-void TableWriter::ensureChange() {
+template <class Shape>
+void TableWriter<Shape>::ensureChange() {
   const uint32_t record =
       static_cast<uint32_t>(header().changes + 1) & (table_.plan.ringRecords - 1);
   if (record < header().ringClaimed) [[likely]]
@@ -255,8 +271,9 @@ void TableWriter::ensureChange() {
 
 // Claims memory for at least `wanted` elements of a region, of which `claimed` have it: a chunk
 // ahead of use if there is room for one. Returns how many have it now.
-uint32_t TableWriter::claimElements(uint64_t offset, uint64_t stride, uint32_t claimed,
-                                    uint32_t wanted, uint32_t limit) {
+template <class Shape>
+uint32_t TableWriter<Shape>::claimElements(uint64_t offset, uint64_t stride, uint32_t claimed,
+                                           uint32_t wanted, uint32_t limit) {
   const uint64_t from = claimed * stride / pageSize * pageSize;
   const uint64_t needed = alignUp(wanted * stride, pageSize);
   const uint64_t chunk = std::clamp(from / 8 / pageSize * pageSize, smallestClaim, largestClaim);
@@ -272,7 +289,8 @@ uint32_t TableWriter::claimElements(uint64_t offset, uint64_t stride, uint32_t c
 
 // --- The operation record and the change ring ---------------------------------------------------
 
-void TableWriter::begin(OperationRecord::Kind kind, uint32_t slot, uint32_t odd) {
+template <class Shape>
+void TableWriter<Shape>::begin(OperationRecord::Kind kind, uint32_t slot, uint32_t odd) {
   OperationRecord& operation = header().operation;
   put(operation.slot, slot);
   put(operation.liveBefore, header().live);
@@ -283,7 +301,8 @@ void TableWriter::begin(OperationRecord::Kind kind, uint32_t slot, uint32_t odd)
   crashPoint<"record: operation begun">();
 }
 
-void TableWriter::end(ChangeHead::Kind kind) {
+template <class Shape>
+void TableWriter<Shape>::end(ChangeHead::Kind kind) {
   OperationRecord& operation = header().operation;
   if (header().changes == operation.changesBefore) publish(kind, operation.slot);
   crashPoint<"record: change told">();
@@ -291,7 +310,8 @@ void TableWriter::end(ChangeHead::Kind kind) {
   crashPoint<"record: operation over">();
 }
 
-void TableWriter::publish(ChangeHead::Kind kind, uint32_t slot) {
+template <class Shape>
+void TableWriter<Shape>::publish(ChangeHead::Kind kind, uint32_t slot) {
   const uint64_t number = header().changes + 1;
   ChangeHead& record = table_.change(number);
   put(record.number, 0);
@@ -299,7 +319,8 @@ void TableWriter::publish(ChangeHead::Kind kind, uint32_t slot) {
   put(record.kind, kind);
   put(record.slot, slot);
   crashPoint<"change: kind and slot written">();
-  copyIn(table_.changeKey(number), table_.entry(slot) + table_.plan.keyOffset, table_.plan.keySize);
+  copyIn(table_.changeKey(number), table_.entry(slot) + table_.shape.keyOffset,
+         table_.shape.keySize);
   crashPoint<"change: key written">();
   put(record.number, number);
   crashPoint<"change: numbered">();
@@ -308,7 +329,8 @@ void TableWriter::publish(ChangeHead::Kind kind, uint32_t slot) {
   if (number % changesPerWake == 0) wakeFollowers();
 }
 
-void TableWriter::wakeFollowers() {
+template <class Shape>
+void TableWriter<Shape>::wakeFollowers() {
   put(header().wakes, header().wakes + 1);
   crashPoint<"wake: word raised">();
   ::syscall(SYS_futex, &header().wakes, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
@@ -317,7 +339,8 @@ void TableWriter::wakeFollowers() {
 
 // --- Repair -------------------------------------------------------------------------------------
 
-void TableWriter::repair() {
+template <class Shape>
+void TableWriter<Shape>::repair() {
   const Plan& plan = table_.plan;
   memory_.claim(0, plan.slotsOffset + uint64_t{header().slotsClaimed} * plan.slotStride);
   for (uint32_t level = 0; level <= header().indexLevel; ++level) {
@@ -339,7 +362,8 @@ void TableWriter::repair() {
 
 // An insert that does not count yet leaves its slot first in the list of free ones. The slot's key
 // may be half-written; then no word of the index leads to it.
-void TableWriter::repairInsert(uint32_t slot) {
+template <class Shape>
+void TableWriter<Shape>::repairInsert(uint32_t slot) {
   SlotHead& head = table_.slot(slot);
   if (kindOf(head.state) == slotLive) {
     put(header().live, header().operation.liveBefore + 1);
@@ -360,16 +384,17 @@ void TableWriter::repairInsert(uint32_t slot) {
 }
 
 // A half-written entry is taken back from the journal, where readers find it until then.
-void TableWriter::repairReplace(uint32_t slot) {
+template <class Shape>
+void TableWriter<Shape>::repairReplace(uint32_t slot) {
   SlotHead& head = table_.slot(slot);
   const uint32_t odd = header().operation.sequence;
   if (head.sequence == odd) {
     for (uint32_t turn = 0; turn < journalRecords; ++turn) {
       const JournalHead& record = table_.journal(turn);
       const std::byte* kept = table_.journalEntry(turn);
-      const bool isOfSlot = keyIs(table_, table_.entry(slot), kept + table_.plan.keyOffset);
+      const bool isOfSlot = keyIs(table_, table_.entry(slot), kept + table_.shape.keyOffset);
       if (record.sequence != odd || record.slot != slot + 1 || !isOfSlot) continue;
-      copyIn(table_.entry(slot), kept, table_.plan.entrySize);
+      copyIn(table_.entry(slot), kept, table_.shape.entrySize);
       crashPoint<"repair: old entry back">();
       put(head.sequence, odd + 1);
       crashPoint<"repair: replace's sequence even">();
@@ -382,7 +407,8 @@ void TableWriter::repairReplace(uint32_t slot) {
   put(header().operation.kind, OperationRecord::none);
 }
 
-void TableWriter::repairErase(uint32_t slot) {
+template <class Shape>
+void TableWriter<Shape>::repairErase(uint32_t slot) {
   if (kindOf(table_.slot(slot).state) == slotFree) {
     put(header().freeHead, slot + 1);
     crashPoint<"repair: erased slot listed as free">();
@@ -392,5 +418,10 @@ void TableWriter::repairErase(uint32_t slot) {
   }
   put(header().operation.kind, OperationRecord::none);
 }
+
+template class TableWriter<PrefixShape>;
+template class TableWriter<VrfPrefixShape>;
+template class TableWriter<SmallShape>;
+template class TableWriter<LargeShape>;
 
 }  // namespace Shoal

@@ -15,9 +15,10 @@
 
 namespace Shoal {
 
+template <class Shape>
 class TableWriter {
  public:
-  TableWriter(const TableView& table, Memory& memory)
+  TableWriter(const ShapedView<Shape>& table, Memory& memory)
       : table_(table), memory_(memory), index_(table, memory) {}
 
   // Finishes or takes back the operation in which the last writer was killed. May itself be killed
@@ -59,9 +60,9 @@ class TableWriter {
 
   Header& header() const { return table_.header(); }
 
-  const TableView& table_;
+  const ShapedView<Shape>& table_;
   Memory& memory_;
-  IndexWriter index_;
+  IndexWriter<Shape> index_;
 };
 
 // What is wrong with the numbers in the header that the writer builds on: empty if nothing is.

@@ -29,6 +29,13 @@ void put(T& word, std::type_identity_t<T> value) {
 // padded with zeros to one; how a process cuts them into words is its own affair.
 using Word = std::conditional_t<sizeof(void*) == 8, uint64_t, uint32_t>;
 
+// Up to a word of bytes, filled up with zeros.
+inline Word wordAt(const std::byte* bytes, size_t size) {
+  Word word = 0;
+  std::memcpy(&word, bytes, size);
+  return word;
+}
+
 inline void copyOut(std::byte* to, const std::byte* shared, size_t size) {
   const Word* words = reinterpret_cast<const Word*>(shared);
   for (; size >= sizeof(Word); to += sizeof(Word), size -= sizeof(Word)) {
@@ -41,18 +48,23 @@ inline void copyOut(std::byte* to, const std::byte* shared, size_t size) {
   }
 }
 
+// Whether the shared bytes are these.
+inline bool isSame(const std::byte* shared, const std::byte* bytes, size_t size) {
+  const Word* words = reinterpret_cast<const Word*>(shared);
+  for (; size >= sizeof(Word); bytes += sizeof(Word), size -= sizeof(Word)) {
+    if (look(*words++) != wordAt(bytes, sizeof(Word))) return false;
+  }
+  if (size == 0) return true;
+  const Word last = look(*words);
+  return wordAt(reinterpret_cast<const std::byte*>(&last), size) == wordAt(bytes, size);
+}
+
 inline void copyIn(std::byte* shared, const std::byte* from, size_t size) {
   Word* words = reinterpret_cast<Word*>(shared);
   for (; size >= sizeof(Word); from += sizeof(Word), size -= sizeof(Word)) {
-    Word word;
-    std::memcpy(&word, from, sizeof word);
-    put(*words++, word);
+    put(*words++, wordAt(from, sizeof(Word)));
   }
-  if (size != 0) {
-    Word word = 0;
-    std::memcpy(&word, from, size);
-    put(*words, word);
-  }
+  if (size != 0) put(*words, wordAt(from, size));
 }
 
 }  // namespace Shoal

@@ -11,7 +11,9 @@
 // Because indices only grow, the map from index to key is a list to whose end every change is
 // appended, in blocks of memory that do not move. A key that changes again leaves a grave at its
 // old place; when there are more graves than changes the list closes up. The map from key to index
-// has the list's places: chains, of which each change holds its own link.
+// has the list's places: chains, of which each change holds its own link. A head also has a few
+// bits of the first key's hash, because most keys that are not in the log find a chain of another
+// key that is alone in it: then nothing but the head has to be looked at.
 //
 //   heads   . . 5 . . 3 .      by the key's hash; one for each key that the log was made for
 //                 |     |
@@ -25,6 +27,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -89,24 +92,27 @@ class ChangeLog {
   // The key has changed; returns the change's index. On an exception the log is as it was.
   uint64_t record(const Key& key, bool removed) {
     const uint64_t index = next(removed);
-    Place* link = linkTo(key);
-    if (*link != 0 && *link == end_) {
+    const uint64_t hash = spread(key);
+    Found found = find(key, hash);
+    if (found.place != 0 && found.place == end_) {
       at(end_ - 1).index = index;
-    } else if (*link != 0) {
-      if (makeRoomAtEnd()) link = linkTo(key);
-      const Place old = *link - 1;
-      *link = at(old).link;
-      append(index, key);
-      bury(old);
+    } else if (found.place != 0) {
+      if (makeRoomAtEnd()) found = find(key, hash);
+      unlink(found, hash);
+      append(index, key, hash);
+      bury(found.place - 1);
     } else {
       if (size_ == heads_.count) moreHeads();
       makeRoomAtEnd();
-      append(index, key);
+      append(index, key, hash);
       ++size_;
     }
     latestChangeIdx_ = index;
     return index;
   }
+
+  // The key is about to be recorded: has the memory come that this will look at first.
+  void expect(const Key& key) const { __builtin_prefetch(&heads_.of(spread(key)), 1); }
 
   // A change could not be recorded. It takes an index all the same and the log lets everything go
   // up to there, so that whoever asks for it is told to read the table afresh.
@@ -115,8 +121,9 @@ class ChangeLog {
   // Drops the changes up to and including `index`.
   void prune(uint64_t index) noexcept {
     while (first_ != end_ && at(first_).index <= index) {
-      Place* const link = linkTo(at(first_).key);
-      *link = at(first_).link;
+      const Key& key = at(first_).key;
+      const uint64_t hash = spread(key);
+      unlink(find(key, hash), hash);
       --size_;
       firstIs(changeFrom(first_ + 1));
     }
@@ -145,7 +152,7 @@ class ChangeLog {
   Position end() const { return {this, end_}; }
   // The index at which the key stands; 0 for a key that is not in the log.
   uint64_t indexOf(const Key& key) const {
-    const Place found = *const_cast<ChangeLog*>(this)->linkTo(key);
+    const Place found = find(key, spread(key)).place;
     return found == 0 ? 0 : at(found - 1).index;
   }
 
@@ -160,17 +167,45 @@ class ChangeLog {
   };
   using Block = std::unique_ptr<Change, Deallocate>;
 
-  // Memory that is zero, and is not there before it is written to.
+  // In memory that is zero, and is not there before it is written to.
+  //
+  //   bit 0                 the chain has a second change
+  //   1 to 1 + placeBits    its first one, counted from 1; 0: there is no chain
+  //   the others            the tag: bits of the hash of the first one's key
   struct Heads {
     struct Free {
-      void operator()(Place* places) const { std::free(places); }
+      void operator()(uint32_t* heads) const { std::free(heads); }
     };
     explicit Heads(size_t heads)
-        : places(static_cast<Place*>(std::calloc(heads, sizeof(Place)))), count(heads) {
-      if (!places) throw std::bad_alloc();
+        : words(static_cast<uint32_t*>(std::calloc(heads, sizeof(uint32_t)))),
+          count(heads),
+          placeBits(std::bit_width(2 * heads + 3 * blockPlaces)) {
+      if (!words) throw std::bad_alloc();
     }
-    std::unique_ptr<Place, Free> places;  // counted from 1; 0: none
-    size_t count;                         // a power of two
+
+    uint32_t& of(uint64_t hash) const { return words.get()[(hash >> 32) & (count - 1)]; }
+    Place placeIn(uint32_t head) const {
+      return head >> 1 & static_cast<Place>((uint64_t{1} << placeBits) - 1);
+    }
+    static bool hasSecond(uint32_t head) { return (head & 1) != 0; }
+    uint32_t head(Place place, bool second, uint64_t hash) const {
+      return static_cast<uint32_t>(hash << (1 + placeBits) | uint64_t{place} << 1 |
+                                   uint64_t{second});
+    }
+    bool hasTag(uint32_t head, uint64_t hash) const {
+      return uint64_t{head ^ static_cast<uint32_t>(hash << (1 + placeBits))} >> (1 + placeBits) ==
+             0;
+    }
+
+    std::unique_ptr<uint32_t, Free> words;
+    size_t count;   // a power of two
+    int placeBits;  // there are never more places than changes and as many graves, and a few blocks
+  };
+
+  // Counted from 1; 0: none.
+  struct Found {
+    Place place = 0;
+    Place before = 0;  // the one in its chain that leads to it
   };
 
   // Above the latest by 1, 2 or 3.
@@ -184,26 +219,42 @@ class ChangeLog {
     return blocks_[place / blockPlaces].get()[place % blockPlaces];
   }
 
-  // Multiplied, so that its upper bits are good ones whatever the hash's are.
-  Place& headOf(const Key& key) {
-    const uint64_t spread = uint64_t{hash_(key)} * 0x9E3779B97F4A7C15;
-    return heads_.places.get()[(spread >> 32) & (heads_.count - 1)];
+  // Multiplied, so that its upper bits are good ones whatever the hash's are. They choose the head,
+  // and bits below them are the tag.
+  uint64_t spread(const Key& key) const { return uint64_t{hash_(key)} * 0x9E3779B97F4A7C15; }
+
+  Found find(const Key& key, uint64_t hash) const {
+    const uint32_t head = heads_.of(hash);
+    if (!heads_.hasTag(head, hash) && !Heads::hasSecond(head)) return {};
+    Found found{heads_.placeIn(head), 0};
+    while (found.place != 0 && !(at(found.place - 1).key == key)) {
+      found = {at(found.place - 1).link, found.place};
+    }
+    return found;
   }
-  // What points to the key's change, or would.
-  Place* linkTo(const Key& key) {
-    Place* link = &headOf(key);
-    while (*link != 0 && !(at(*link - 1).key == key)) link = &at(*link - 1).link;
-    return link;
+  // Takes a change that was found out of its chain.
+  void unlink(Found found, uint64_t hash) {
+    uint32_t& head = heads_.of(hash);
+    const Place after = at(found.place - 1).link;
+    if (found.before == 0) {
+      head =
+          after == 0 ? 0 : heads_.head(after, at(after - 1).link != 0, spread(at(after - 1).key));
+    } else {
+      at(found.before - 1).link = after;
+      if (after == 0 && heads_.placeIn(head) == found.before) head &= ~uint32_t{1};
+    }
   }
-  void linkIn(Place place) {
-    Place& head = headOf(at(place).key);
-    at(place).link = std::exchange(head, place + 1);
+  void linkIn(Place place, uint64_t hash) {
+    uint32_t& head = heads_.of(hash);
+    const Place first = heads_.placeIn(head);
+    at(place).link = first;
+    head = heads_.head(place + 1, first != 0, hash);
   }
 
   // requires: room at the end.
-  void append(uint64_t index, const Key& key) {
+  void append(uint64_t index, const Key& key, uint64_t hash) {
     std::construct_at(&at(end_), index, key);
-    linkIn(end_++);
+    linkIn(end_++, hash);
   }
 
   void bury(Place place) {
@@ -239,7 +290,7 @@ class ChangeLog {
   // The changes move down to the first places, in their order.
   void closeUp() noexcept {
     const Place gone = first_ / blockPlaces * blockPlaces;
-    for (Place from = first_; from != end_; from = changeFrom(from + 1)) headOf(at(from).key) = 0;
+    clearHeads();
     blocks_.erase(blocks_.begin(), blocks_.begin() + gone / blockPlaces);
     first_ -= gone;
     end_ -= gone;
@@ -247,16 +298,30 @@ class ChangeLog {
     for (Place from = first_; from != end_; ++from) {
       if ((at(from).link & grave) != 0) continue;
       if (from != to) std::construct_at(&at(to), at(from));
-      linkIn(to++);
+      linkIn(to, spread(at(to).key));
+      ++to;
     }
     first_ = 0;
     end_ = to;
     blocks_.resize((end_ + blockPlaces - 1) / blockPlaces);
   }
 
+  // From one end to the other, unless the changes are so few that going to each is less.
+  void clearHeads() noexcept {
+    if (size_ >= heads_.count / 16) {
+      std::memset(heads_.words.get(), 0, heads_.count * sizeof(uint32_t));
+    } else {
+      for (Place place = first_; place != end_; place = changeFrom(place + 1)) {
+        heads_.of(spread(at(place).key)) = 0;
+      }
+    }
+  }
+
   void moreHeads() {
     heads_ = Heads(heads_.count * 2);
-    for (Place place = first_; place != end_; place = changeFrom(place + 1)) linkIn(place);
+    for (Place place = first_; place != end_; place = changeFrom(place + 1)) {
+      linkIn(place, spread(at(place).key));
+    }
   }
 
   uint64_t oldestChangeIdx_ = 1;

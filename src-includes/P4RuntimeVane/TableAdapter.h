@@ -221,6 +221,7 @@ class Reactor final : public Kit::PtrInterface::NotifieeConst {
   using Entry = typename T::Entry;
 
   void entryChanged(const typename T::Key& key) {
+    adapter_->expectChange(key);
     Entry entry = lookUp<T>(adapter_->map(), key);
     const bool deleted = isEmpty(entry);
     if (deleted) entry.*T::key = key;
@@ -297,6 +298,7 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
     return map.initialized() && map.mode() != Shoal::Mode::snapshot;
   }
   friend ReactorForVane;
+  void expectChange(const Key& key) const { log_.expect(key); }
   // A change happened that could not be logged.
   void loseChange() noexcept { log_.lose(); }
 

@@ -237,7 +237,8 @@ TEST(RepairInterruptedAtAnyInstruction, CanBeDoneAgain) {
     {
       Shoal::Memory memory(Kit::FileDescriptor(::open(file.c_str(), O_RDWR)), state.size(), true,
                            "half-repaired");
-      const Shoal::TableView view{memory.base(), Shoal::Plan(16, 4, 4, 6), "half-repaired"};
+      const Shoal::ShapedView<Shoal::SmallShape> view(
+          Shoal::TableView{memory.base(), Shoal::Plan(16, 4, 4, 6), "half-repaired"});
       stepThrough(
           file, [&] { Shoal::TableWriter(view, memory).repair(); },
           [&](const std::vector<char>& bytes) { halfRepaired.push_back(bytes); });

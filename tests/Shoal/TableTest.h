@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -97,6 +98,19 @@ struct MapOf : Entry::Map {
   }
 };
 
+// What a look-up of many keys at once answers. There is something in its places before.
+template <class Entry>
+struct Found {
+  Found(const MapOf<Entry>& map, const std::vector<typename Entry::Key>& keys)
+      : entries(keys.size()), isThere(new bool[keys.size()]) {
+    std::ranges::fill(std::as_writable_bytes(std::span(entries)), std::byte{0x5a});
+    std::fill_n(isThere.get(), keys.size(), true);
+    map.lookupBatch(keys, entries, {isThere.get(), keys.size()});
+  }
+  std::vector<Entry> entries;
+  std::unique_ptr<bool[]> isThere;
+};
+
 template <class Entry>
 using Model = std::map<typename Entry::Key, Entry>;
 
@@ -109,10 +123,17 @@ void expectSame(const MapOf<Entry>& map, const Model<Entry>& model) {
     ASSERT_TRUE(seen.emplace(entry.id, entry).second) << "an entry came twice";
   }
   ASSERT_TRUE(seen == model);
+  std::vector<typename Entry::Key> keys;
   for (const auto& [key, entry] : model) {
     bool found = false;
     ASSERT_TRUE(map.safeLookup(key, found) == entry);
     ASSERT_TRUE(found);
+    keys.push_back(key);
+  }
+  const Found<Entry> found(map, keys);
+  for (size_t i = 0; i < keys.size(); ++i) {
+    ASSERT_TRUE(found.isThere[i]);
+    ASSERT_TRUE(found.entries[i] == model.at(keys[i]));
   }
 }
 

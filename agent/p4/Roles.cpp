@@ -127,8 +127,8 @@ void placeColumns(Role& role) {
         take(role.members, "members", column, i) || take(role.watchPorts, "watchPorts", column, i);
     if (own) continue;
     auto& fields = column.isKey ? role.keys : role.params;
-    fields.push_back({static_cast<uint32_t>(fields.size() + 1), snake(column.name), i, column.type,
-                      widthOf(column.type, role.family)});
+    fields.push_back({static_cast<uint32_t>(fields.size() + 1), snake(column.name), i,
+                      column.offset, column.type, widthOf(column.type, role.family)});
   }
 }
 
@@ -177,13 +177,12 @@ size_t EntityKeyHash::operator()(const EntityKey& key) const {
 EntityKey keyOf(const Role& role, const Vane::BaseRow& row) {
   EntityKey key{.role = static_cast<uint32_t>(role.index), .id = 0, .prefix = {}};
   for (const Field& field : role.keys) {
-    const Vane::len_t offset = role.layout.columns()[field.index].offset;
     if (field.isPrefix()) {
-      row.getColumn(offset, key.prefix);
+      row.getColumn(field.offset, key.prefix);
     } else if (field.type == ColumnType::u16) {
-      key.id = row.getScalar<uint16_t>(offset);
+      key.id = row.getScalar<uint16_t>(field.offset);
     } else {
-      key.id = row.getScalar<uint32_t>(offset);
+      key.id = row.getScalar<uint32_t>(field.offset);
     }
   }
   return key;

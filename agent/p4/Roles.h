@@ -43,6 +43,7 @@ struct Field {
   uint32_t id = 0;   // in its table or action, from 1
   std::string name;  // the column's name, in lower case with '_'
   size_t index = 0;  // of the column
+  Vane::len_t offset = 0;
   Vane::ColumnType type{};
   int width = 0;  // bits
   bool isPrefix() const { return type == Vane::ColumnType::prefix; }

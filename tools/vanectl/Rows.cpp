@@ -5,8 +5,11 @@
 #include <charconv>
 #include <concepts>
 #include <cstring>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
+#include "platform/Vane/ColumnKinds.h"
 #include "tools/common/Exit.h"
 #include "tools/common/Nearest.h"
 
@@ -73,7 +76,9 @@ void appendValue(std::string& to, std::integral auto number) {
 void appendValue(std::string& to, bool value) { to += value ? "true" : "false"; }
 // Addresses have no character that JSON has a meaning for.
 void appendValue(std::string& to, const Tools::HasText auto& value) {
-  to.append("\"").append(value.text()).append("\"");
+  to += '"';
+  to += value.text();
+  to += '"';
 }
 void appendValue(std::string& to, const std::vector<uint32_t>& elements) {
   to += '[';
@@ -82,6 +87,16 @@ void appendValue(std::string& to, const std::vector<uint32_t>& elements) {
     appendValue(to, element);
   }
   to += ']';
+}
+
+// Calls `each` with the value of a column, of its own type. requires: the row has its fixed area.
+template <class Each, class... Kinds>
+void withValue(const Vane::BaseRow& row, const LayoutColumn& column, const Each& each,
+               std::type_identity<std::variant<Kinds...>>) {
+  size_t type = 0;
+  static_cast<void>(((static_cast<size_t>(column.type) == type++ &&
+                      (each(Vane::columnValue<Kinds>(row, column.offset)), true)) ||
+                     ...));
 }
 
 v1::Row ofJson(std::string text) {
@@ -139,10 +154,12 @@ void RowForm::write(const v1::Row& message, Tools::RecordWriter& records) const 
 
 void RowForm::appendJson(std::string& to, const v1::Row& message) const {
   const Vane::BaseRow row = unpacked(message);
+  row.needFixedArea(layout_.fixedLength());
   for (size_t i = 0; i < jsonHeads_.size(); ++i) {
     to += jsonHeads_[i];
-    std::visit([&](const auto& value) { appendValue(to, value); },
-               layout_.value(row, layout_.columns()[i]));
+    withValue(
+        row, layout_.columns()[i], [&](const auto& value) { appendValue(to, value); },
+        std::type_identity<Vane::ColumnValue>());
   }
   to += '}';
 }

@@ -13,8 +13,8 @@ namespace {
 
 using grpc::StatusCode;
 
-constexpr size_t readPiece = 512;  // rows for each hand-over to the loop
-constexpr int writePiece = 4096;   // changes likewise
+constexpr size_t readPiece = 2048;  // rows for each hand-over to the loop
+constexpr int writePiece = 4096;    // changes likewise
 
 // One change of a table, or what its table says to it.
 grpc::Status applied(const OfferedTable& table, Vane::BaseRow& row, bool removes) {

@@ -11,10 +11,11 @@ constexpr size_t absentBytes = sizeof(EntityKey) + sizeof(Image) + 64;
 
 class ActiveReads::Filling {
  public:
-  Filling(Read& read, const RowStore& store, const Limits& limits)
-      : read_(read), store_(store), limits_(limits) {}
+  Filling(Read& read, const RowStore& store, const Limits& limits, Piece& piece)
+      : read_(read), store_(store), limits_(limits), piece_(piece) {}
 
-  Piece run() {
+  void run() {
+    piece_.found.clear();
     const auto steps = read_.plan.steps();
     while (!isFull() && read_.at < steps.size()) {
       const Step& step = steps[read_.at];
@@ -26,17 +27,16 @@ class ActiveReads::Filling {
     }
     for (; !isFull() && !read_.kept.empty(); ++visits_) giveKept();
     piece_.isLast = read_.at == steps.size() && read_.kept.empty();
-    return std::move(piece_);
   }
 
  private:
   bool isFull() const { return visits_ >= limits_.visits || bytes_ >= limits_.bytes; }
 
-  void give(size_t step, Image image) {
+  void give(size_t step, Image&& image) {
     bytes_ += image.bytes();
-    piece_.found.push_back({step, std::move(image)});
+    piece_.found.emplace_back(step, std::move(image));
   }
-  void giveUnlessKept(const Step& step, Vane::BaseRow row) {
+  void giveUnlessKept(const Step& step, Vane::BaseRow&& row) {
     if (!read_.kept.empty() && read_.kept.contains(keyOf(*step.role, row))) return;
     give(read_.at, store_.image(*step.role, std::move(row)));
   }
@@ -71,7 +71,7 @@ class ActiveReads::Filling {
     if (first->second) {
       const Image& image = *first->second;
       for (const size_t step : {read_.plan.ofRole(*image.role), read_.plan.ofKey(first->first)}) {
-        if (step != Plan::none) give(step, image);
+        if (step != Plan::none) give(step, Image(image));
       }
     }
     read_.kept.erase(first);
@@ -80,7 +80,7 @@ class ActiveReads::Filling {
   Read& read_;
   const RowStore& store_;
   const Limits& limits_;
-  Piece piece_;
+  Piece& piece_;
   size_t visits_ = 0;
   size_t bytes_ = 0;
 };
@@ -114,13 +114,12 @@ ActiveReads::Id ActiveReads::begin(Plan plan) {
   return last_;
 }
 
-ActiveReads::Piece ActiveReads::next(Id id) {
+void ActiveReads::next(Id id, Piece& piece) {
   const auto at = reads_.find(id);
   try {
     if (at->second.fault) throw Fault(*at->second.fault);
-    Piece piece = Filling(at->second, store_, limits_).run();
+    Filling(at->second, store_, limits_, piece).run();
     if (piece.isLast) reads_.erase(at);
-    return piece;
   } catch (...) {
     reads_.erase(at);
     throw;
@@ -159,7 +158,7 @@ void ActiveReads::keep(Read& read, const Role& role, const Vane::BaseRow& keyRow
   if (!isToCome(read.plan.ofRole(role)) && !isToCome(read.plan.ofKey(key))) return;
   if (read.kept.contains(key)) return;
   std::optional<Image> image;
-  if (!before.isNull()) image = store_.image(role, before);
+  if (!before.isNull()) image = store_.image(role, Vane::BaseRow(before));
   read.keptBytes += absentBytes + (image ? image->bytes() : 0);
   if (read.keptBytes > limits_.keptBytes) {
     read.kept.clear();

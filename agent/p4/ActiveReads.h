@@ -67,9 +67,10 @@ class ActiveReads final : public ChangeWitness {
   ActiveReads(RowStore& store, Limits limits) : store_(store), limits_(limits) {}
 
   Id begin(Plan plan);
+  // Makes `piece` the next one; what was in it goes on the loop, where its memory is wanted again.
   // The read is over after its last piece, and when an exception is thrown: a Fault, or
   // CorruptionDetectedException at the end of a table that had rows which could not be read.
-  Piece next(Id id);
+  void next(Id id, Piece& piece);
   // From any thread: nobody will ask for the next piece.
   void abandon(Id id);
   // All reads end with this fault.

@@ -20,6 +20,12 @@ size_t bitsOf(std::string_view significant) {
 template <class T>
 concept Addressed = std::same_as<T, Wire::IpGenAddr> || std::same_as<T, Wire::IpGenPrefix>;
 
+template <Addressed T>
+std::string addressString(const T& value) {
+  const size_t length = std::max<size_t>(Wire::addressLength(value.family), 1);
+  return byteString(std::span(value.bytes).first(length));
+}
+
 }  // namespace
 
 void readBytes(std::string_view bytes, int width, std::span<uint8_t> out) {
@@ -53,6 +59,8 @@ std::string byteString(uint64_t number) {
   return byteString(std::span<const uint8_t>(digits));
 }
 
+std::string byteString(const Wire::IpGenPrefix& prefix) { return addressString(prefix); }
+
 void readColumn(std::string_view bytes, int width, Wire::AddressFamily family,
                 Vane::ColumnValue& value) {
   std::visit(
@@ -83,8 +91,7 @@ std::string byteString(const Vane::ColumnValue& value) {
         } else if constexpr (std::integral<T>) {
           return byteString(uint64_t{static_cast<std::make_unsigned_t<T>>(held)});
         } else if constexpr (Addressed<T>) {
-          const size_t length = std::max<size_t>(Wire::addressLength(held.family), 1);
-          return byteString(std::span(held.bytes).first(length));
+          return addressString(held);
         } else if constexpr (std::same_as<T, Wire::EthAddr>) {
           return byteString(std::span<const uint8_t>(held.bytes));
         } else {

@@ -70,7 +70,7 @@ void Forwarding::modify(Update& update, const Pipeline& pipeline) {
   const Role& role = *update.role;
   const Vane::BaseRow before = store_.row(role, update.row);
   if (before.isNull()) fail(StatusCode::NOT_FOUND, "{} is not there", called(role, update.row));
-  if (update.keepsAction) keepAction(update, before);
+  if (update.keepsAction) keepAction(update, before, pipeline);
   needSameMaxSize(update, before);
   set(update, before, pipeline);
 }
@@ -90,7 +90,7 @@ void Forwarding::set(Update& update, const Vane::BaseRow& before, const Pipeline
     held = heldBy(role, before);
   }
   if (update.oneShot) putOneShot(update, held, pipeline);
-  put(role, update.row, before, std::move(update.side), pipeline);
+  put(role, update.row, before, std::move(update.side));
   removeUnused(held);
 }
 
@@ -204,9 +204,11 @@ void Forwarding::needSameMaxSize(const Update& update, const Vane::BaseRow& befo
   }
 }
 
-void Forwarding::keepAction(Update& update, const Vane::BaseRow& before) const {
+void Forwarding::keepAction(Update& update, const Vane::BaseRow& before,
+                            const Pipeline& pipeline) const {
   const SidePtr had = store_.side(*update.role, before);
   update.row = before;
+  stamp(*update.role, update.row, pipeline);
   if (!had) return;
   SideData side = *had;
   side.metadata = update.side ? update.side->metadata : std::string();
@@ -241,7 +243,7 @@ void Forwarding::putOneShot(Update& update, const Held& before, const Pipeline& 
   std::vector<uint32_t> members;
   std::vector<uint32_t> ports;
   for (size_t i = 0; i < shot.members.size(); ++i) {
-    const uint32_t id = putMember(shot.members[i], i < free.size() ? free[i] : 0, pipeline);
+    const uint32_t id = putMember(shot.members[i], i < free.size() ? free[i] : 0);
     members.insert(members.end(), shot.weights[i], id);
     ports.insert(ports.end(), shot.weights[i], shot.ports[i]);
   }
@@ -253,16 +255,17 @@ void Forwarding::putOneShot(Update& update, const Held& before, const Pipeline& 
   values[group.members.index] = std::move(members);
   values[group.watchPorts.index] = std::move(ports);
   Vane::BaseRow row = group.layout.row(group.rowTypeId, values);
-  put(group, row, over, nullptr, pipeline);
+  stamp(group, row, pipeline);
+  put(group, row, over, nullptr);
   update.role->set(update.row, update.role->destinationId, id);
 }
 
 // `over`: the id of the member to be replaced; 0: none.
-uint32_t Forwarding::putMember(Vane::BaseRow& row, uint32_t over, const Pipeline& pipeline) {
+uint32_t Forwarding::putMember(Vane::BaseRow& row, uint32_t over) {
   const Role& member = roles_.member();
   const uint32_t id = over != 0 ? over : store_.newReservedId(member);
   member.layout.set(row, member.layout.columns()[member.keys.front().index], id);
-  put(member, row, store_.row(member, id), nullptr, pipeline);
+  put(member, row, store_.row(member, id), nullptr);
   return id;
 }
 
@@ -283,14 +286,17 @@ void Forwarding::removeUnused(const Held& held) {
 
 // An entity keeps its handle for as long as it is there.
 void Forwarding::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before,
-                     SidePtr side, const Pipeline& pipeline) {
+                     SidePtr side) {
   uint64_t handle = before.isNull() ? 0 : role.get(before, role.entryHandle);
   if (handle == 0) handle = store_.newHandle();
   role.set(row, role.entryHandle, handle);
+  store_.put(role, row, before, std::move(side));
+}
+
+void Forwarding::stamp(const Role& role, Vane::BaseRow& row, const Pipeline& pipeline) {
   role.set(row, role.genId, pipeline.number);
   role.set(row, role.valid, true);
   role.set(row, role.entryId, role.id);
-  store_.put(role, row, before, std::move(side));
 }
 
 template <class F>

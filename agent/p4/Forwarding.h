@@ -40,7 +40,7 @@ class Forwarding {
   void needOneStyle(const Update& update, const Vane::BaseRow& counted);
   void needSlots(const Update& update, const Vane::BaseRow& counted, const Pipeline& pipeline);
   void needSameMaxSize(const Update& update, const Vane::BaseRow& before) const;
-  void keepAction(Update& update, const Vane::BaseRow& before) const;
+  void keepAction(Update& update, const Vane::BaseRow& before, const Pipeline& pipeline) const;
   // The rows that hold a route's one-shot action set.
   struct Held {
     Vane::BaseRow group;  // null: there is none
@@ -53,11 +53,13 @@ class Forwarding {
   // Writes the members and the group of a one-shot action set, and has the route refer to them.
   // They are put over those that hold the set before it.
   void putOneShot(Update& update, const Held& before, const Pipeline& pipeline);
-  uint32_t putMember(Vane::BaseRow& row, uint32_t over, const Pipeline& pipeline);
+  uint32_t putMember(Vane::BaseRow& row, uint32_t over);
   // Removes what is not used any more.
   void removeUnused(const Held& held);
-  void put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before, SidePtr side,
-           const Pipeline& pipeline);
+  // `row` says already what stamp() says.
+  void put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before, SidePtr side);
+  // What every row of ours says beside its handle.
+  static void stamp(const Role& role, Vane::BaseRow& row, const Pipeline& pipeline);
   template <class F>
   void removeRows(const Role& role, F unwanted);
 

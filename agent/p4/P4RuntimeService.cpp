@@ -1,6 +1,8 @@
 #include "agent/p4/P4RuntimeService.h"
 
 #include <fmt/format.h>
+#include <grpcpp/impl/rpc_service_method.h>
+#include <grpcpp/support/method_handler.h>
 
 #include <algorithm>
 #include <chrono>
@@ -115,6 +117,37 @@ class P4RuntimeService::OpenStream {
   Outbox& outbox_;
 };
 
+P4RuntimeService::P4RuntimeService(Target& target, Rpc::Calls& calls, Arbitration::Limits limits,
+                                   BatchLimits batches)
+    : target_(target),
+      calls_(calls),
+      deviceId_(limits.deviceId),
+      batches_(batches),
+      arbitration_(limits) {
+  using namespace grpc::internal;
+  offer("/p4.v1.P4Runtime/Capabilities", &P4RuntimeService::capabilities);
+  offer("/p4.v1.P4Runtime/GetForwardingPipelineConfig", &P4RuntimeService::pipeline);
+  offer("/p4.v1.P4Runtime/SetForwardingPipelineConfig", &P4RuntimeService::pipelineIs);
+  offer("/p4.v1.P4Runtime/Write", &P4RuntimeService::write);
+  AddMethod(new RpcServiceMethod(
+      "/p4.v1.P4Runtime/Read", RpcMethod::SERVER_STREAMING,
+      new ServerStreamingHandler<P4RuntimeService, Request<p4::v1::ReadRequest>,
+                                 p4::v1::ReadResponse>(&P4RuntimeService::read, this)));
+  AddMethod(new RpcServiceMethod(
+      "/p4.v1.P4Runtime/StreamChannel", RpcMethod::BIDI_STREAMING,
+      new BidiStreamingHandler<P4RuntimeService, StreamMessageRequest, StreamMessageResponse>(
+          &P4RuntimeService::streamChannel, this)));
+}
+
+template <class Asked, class Answered>
+void P4RuntimeService::offer(const char* method, Unary<Asked, Answered> handler) {
+  using namespace grpc::internal;
+  AddMethod(new RpcServiceMethod(
+      method, RpcMethod::NORMAL_RPC,
+      new RpcMethodHandler<P4RuntimeService, Request<Asked>, Answered, Request<Asked>,
+                           grpc::protobuf::MessageLite>(handler, this)));
+}
+
 void P4RuntimeService::stop() {
   const std::lock_guard lock(mutex_);
   stopping_ = true;
@@ -134,11 +167,11 @@ grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, Rpc::Calls::
   }
 }
 
-template <class Request, class Work>
-grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, const Request& request,
+template <class Message, class Work>
+grpc::Status P4RuntimeService::answer(grpc::ServerContext* context, const Request<Message>& request,
                                       const Work& work) {
   return answer(context, Rpc::Calls::Kind::bounded, [&](Rpc::Calls::Call& call) {
-    const grpc::Status held = call.hold(request.ByteSizeLong());
+    const grpc::Status held = call.hold(request.bytes());
     return held.ok() ? work(call.deadline()) : held;
   });
 }
@@ -149,8 +182,8 @@ grpc::Status P4RuntimeService::checkDevice(uint64_t deviceId) const {
                       fmt::format("device_id: expected {}, found {}", deviceId_, deviceId));
 }
 
-template <class Request>
-Arbitration::Admission P4RuntimeService::admit(const Request& request) {
+template <class Message>
+Arbitration::Admission P4RuntimeService::admit(const Message& request) {
   std::optional<ElectionId> id;
   if (request.has_election_id()) {
     id = ElectionId{request.election_id().high(), request.election_id().low()};
@@ -158,59 +191,63 @@ Arbitration::Admission P4RuntimeService::admit(const Request& request) {
   return arbitration_.admit(request.device_id(), roleKey(request.role(), request.role_id()), id);
 }
 
-grpc::Status P4RuntimeService::Capabilities(grpc::ServerContext* context,
-                                            const p4::v1::CapabilitiesRequest* request,
+grpc::Status P4RuntimeService::capabilities(grpc::ServerContext* context,
+                                            const Request<p4::v1::CapabilitiesRequest>* request,
                                             p4::v1::CapabilitiesResponse* response) {
   return answer(context, *request, [&](LoopGate::Deadline) {
     response->set_p4runtime_api_version(apiVersion);
-    return request->device_id() == 0 ? grpc::Status::OK : checkDevice(request->device_id());
+    return (*request)->device_id() == 0 ? grpc::Status::OK : checkDevice((*request)->device_id());
   });
 }
 
-grpc::Status P4RuntimeService::GetForwardingPipelineConfig(
-    grpc::ServerContext* context, const p4::v1::GetForwardingPipelineConfigRequest* request,
+grpc::Status P4RuntimeService::pipeline(
+    grpc::ServerContext* context,
+    const Request<p4::v1::GetForwardingPipelineConfigRequest>* request,
     p4::v1::GetForwardingPipelineConfigResponse* response) {
   return answer(context, *request, [&](LoopGate::Deadline) {
-    const grpc::Status device = checkDevice(request->device_id());
-    return device.ok() ? told(target_.pipeline(*request, *response)) : device;
+    const grpc::Status device = checkDevice((*request)->device_id());
+    return device.ok() ? told(target_.pipeline(**request, *response)) : device;
   });
 }
 
-grpc::Status P4RuntimeService::SetForwardingPipelineConfig(
-    grpc::ServerContext* context, const p4::v1::SetForwardingPipelineConfigRequest* request,
+grpc::Status P4RuntimeService::pipelineIs(
+    grpc::ServerContext* context,
+    const Request<p4::v1::SetForwardingPipelineConfigRequest>* request,
     p4::v1::SetForwardingPipelineConfigResponse*) {
   return answer(context, *request, [&](LoopGate::Deadline deadline) {
-    const Arbitration::Admission admission = admit(*request);
+    const Arbitration::Admission admission = admit(**request);
     if (admission.status.code() != StatusCode::OK) return grpcStatus(admission.status);
-    return told(target_.pipelineIs(*request, deadline));
+    return told(target_.pipelineIs(**request, deadline));
   });
 }
 
-grpc::Status P4RuntimeService::Write(grpc::ServerContext* context,
-                                     const p4::v1::WriteRequest* request, p4::v1::WriteResponse*) {
+grpc::Status P4RuntimeService::write(grpc::ServerContext* context,
+                                     const Request<p4::v1::WriteRequest>* request,
+                                     p4::v1::WriteResponse*) {
   return answer(context, *request, [&](LoopGate::Deadline deadline) {
-    const Arbitration::Admission admission = admit(*request);
+    const Arbitration::Admission admission = admit(**request);
     if (admission.status.code() != StatusCode::OK) return grpcStatus(admission.status);
-    const grpc::Status count = checkCount("updates", request->updates_size(), batches_.updates);
-    return count.ok() ? statusOf(target_.write(*request, deadline)) : count;
+    const grpc::Status count = checkCount("updates", (*request)->updates_size(), batches_.updates);
+    return count.ok() ? statusOf(target_.write(**request, deadline)) : count;
   });
 }
 
-grpc::Status P4RuntimeService::Read(grpc::ServerContext* context,
-                                    const p4::v1::ReadRequest* request,
+grpc::Status P4RuntimeService::read(grpc::ServerContext* context,
+                                    const Request<p4::v1::ReadRequest>* request,
                                     grpc::ServerWriter<p4::v1::ReadResponse>* writer) {
   return answer(context, *request, [&](LoopGate::Deadline deadline) {
-    const grpc::Status device = checkDevice(request->device_id());
+    const grpc::Status device = checkDevice((*request)->device_id());
     if (!device.ok()) return device;
-    const grpc::Status count = checkCount("entities", request->entities_size(), batches_.queries);
+    const grpc::Status count =
+        checkCount("entities", (*request)->entities_size(), batches_.queries);
     if (!count.ok()) return count;
-    return statusOf(target_.read(*request, deadline, [&](const p4::v1::ReadResponse& response) {
+    return statusOf(target_.read(**request, deadline, [&](const p4::v1::ReadResponse& response) {
       return !context->IsCancelled() && writer->Write(response);
     }));
   });
 }
 
-grpc::Status P4RuntimeService::StreamChannel(grpc::ServerContext* context, Stream* stream) {
+grpc::Status P4RuntimeService::streamChannel(grpc::ServerContext* context, Stream* stream) {
   return answer(context, Rpc::Calls::Kind::session, [&](Rpc::Calls::Call& call) {
     Outbox outbox(*context, *stream, unreadNotices);
     const OpenStream open(*this, outbox);

@@ -21,13 +21,14 @@
 
 #include "agent/p4/Arbitration.h"
 #include "agent/p4/Target.h"
+#include "agent/rpc/ArenaRequest.h"
 #include "agent/rpc/Calls.h"
 #include "agent/rpc/Outbox.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 
 namespace Agent::P4 {
 
-class P4RuntimeService final : public p4::v1::P4Runtime::Service {
+class P4RuntimeService final : public grpc::Service {
  public:
   // Notices that a stream's client may leave unread.
   static constexpr size_t unreadNotices = 256;
@@ -40,45 +41,50 @@ class P4RuntimeService final : public p4::v1::P4Runtime::Service {
   };
 
   P4RuntimeService(Target& target, Rpc::Calls& calls, Arbitration::Limits limits,
-                   BatchLimits batches)
-      : target_(target),
-        calls_(calls),
-        deviceId_(limits.deviceId),
-        batches_(batches),
-        arbitration_(limits) {}
+                   BatchLimits batches);
 
   // Ends the open streams, and new ones as they come, with UNAVAILABLE.
   void stop();
 
-  grpc::Status Capabilities(grpc::ServerContext* context,
-                            const p4::v1::CapabilitiesRequest* request,
-                            p4::v1::CapabilitiesResponse* response) override;
-  grpc::Status GetForwardingPipelineConfig(
-      grpc::ServerContext* context, const p4::v1::GetForwardingPipelineConfigRequest* request,
-      p4::v1::GetForwardingPipelineConfigResponse* response) override;
-  grpc::Status SetForwardingPipelineConfig(
-      grpc::ServerContext* context, const p4::v1::SetForwardingPipelineConfigRequest* request,
-      p4::v1::SetForwardingPipelineConfigResponse* response) override;
-  grpc::Status Write(grpc::ServerContext* context, const p4::v1::WriteRequest* request,
-                     p4::v1::WriteResponse* response) override;
-  grpc::Status Read(grpc::ServerContext* context, const p4::v1::ReadRequest* request,
-                    grpc::ServerWriter<p4::v1::ReadResponse>* writer) override;
   using Stream =
       grpc::ServerReaderWriter<p4::v1::StreamMessageResponse, p4::v1::StreamMessageRequest>;
-  grpc::Status StreamChannel(grpc::ServerContext* context, Stream* stream) override;
 
  private:
+  template <class Message>
+  using Request = Rpc::ArenaRequest<Message>;
   using Outbox = Rpc::Outbox<p4::v1::StreamMessageResponse, p4::v1::StreamMessageRequest>;
   class OpenStream;
 
+  grpc::Status capabilities(grpc::ServerContext* context,
+                            const Request<p4::v1::CapabilitiesRequest>* request,
+                            p4::v1::CapabilitiesResponse* response);
+  grpc::Status pipeline(grpc::ServerContext* context,
+                        const Request<p4::v1::GetForwardingPipelineConfigRequest>* request,
+                        p4::v1::GetForwardingPipelineConfigResponse* response);
+  grpc::Status pipelineIs(grpc::ServerContext* context,
+                          const Request<p4::v1::SetForwardingPipelineConfigRequest>* request,
+                          p4::v1::SetForwardingPipelineConfigResponse* response);
+  grpc::Status write(grpc::ServerContext* context, const Request<p4::v1::WriteRequest>* request,
+                     p4::v1::WriteResponse* response);
+  grpc::Status read(grpc::ServerContext* context, const Request<p4::v1::ReadRequest>* request,
+                    grpc::ServerWriter<p4::v1::ReadResponse>* writer);
+  grpc::Status streamChannel(grpc::ServerContext* context, Stream* stream);
+
+  template <class Asked, class Answered>
+  using Unary = grpc::Status (P4RuntimeService::*)(grpc::ServerContext*, const Request<Asked>*,
+                                                   Answered*);
+  template <class Asked, class Answered>
+  void offer(const char* method, Unary<Asked, Answered> handler);
+
   template <class Work>
   grpc::Status answer(grpc::ServerContext* context, Rpc::Calls::Kind kind, const Work& work);
-  template <class Request, class Work>
-  grpc::Status answer(grpc::ServerContext* context, const Request& request, const Work& work);
+  template <class Message, class Work>
+  grpc::Status answer(grpc::ServerContext* context, const Request<Message>& request,
+                      const Work& work);
   grpc::Status converse(Rpc::Calls::Call& call, Stream& stream, Outbox& outbox);
   grpc::Status checkDevice(uint64_t deviceId) const;
-  template <class Request>
-  Arbitration::Admission admit(const Request& request);
+  template <class Message>
+  Arbitration::Admission admit(const Message& request);
 
   Target& target_;
   Rpc::Calls& calls_;

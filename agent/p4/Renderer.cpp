@@ -34,20 +34,20 @@ void Renderer::defaultEntry(const Role& table, p4::v1::Entity& to) {
 bool Renderer::tableEntry(const Image& image, p4::v1::TableEntry& to) const {
   const Role& role = *image.role;
   to.set_table_id(role.id);
+  const EntityKey key = keyOf(role, image.row);
   for (const Field& field : role.keys) {
-    const Vane::ColumnValue value = role.value(image.row, field);
     if (field.isPrefix()) {
-      const auto& prefix = std::get<Wire::IpGenPrefix>(value);
+      const Wire::IpGenPrefix& prefix = key.prefix;
       if (prefix.family != role.family || !isCanonical(prefix)) return false;
       if (prefix.length == 0) continue;
       auto& match = *to.add_match();
       match.set_field_id(field.id);
-      match.mutable_lpm()->set_value(byteString(value));
+      match.mutable_lpm()->set_value(byteString(prefix));
       match.mutable_lpm()->set_prefix_len(prefix.length);
     } else {
       auto& match = *to.add_match();
       match.set_field_id(field.id);
-      match.mutable_exact()->set_value(byteString(value));
+      match.mutable_exact()->set_value(byteString(uint64_t{key.id}));
     }
   }
   if (image.side) {

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "agent/Tables.h"
+#include "platform/Vane/ColumnKinds.h"
 
 namespace Agent::P4 {
 namespace {
@@ -78,6 +79,21 @@ int widthOf(ColumnType type, Wire::AddressFamily family) {
   return 0;
 }
 
+// The most bytes of variable data that a column may have.
+size_t longestBody(ColumnType type) {
+  using Vane::bodyBytes;
+  switch (type) {
+    case ColumnType::prefix:
+      return bodyBytes(Wire::IpGenPrefix{.family = Wire::AddressFamily::ipv6});
+    case ColumnType::addr:
+      return bodyBytes(Wire::IpGenAddr{.family = Wire::AddressFamily::ipv6});
+    case ColumnType::u32Array:
+      return bodyBytes(std::vector<uint32_t>(maxGroupSlots));
+    default:
+      return 0;
+  }
+}
+
 // "destinationPrefix" -> "destination_prefix"
 std::string snake(std::string_view name) {
   std::string made;
@@ -98,6 +114,9 @@ bool take(Place<T>& place, std::string_view name, const LayoutColumn& column, si
 
 void placeColumns(Role& role) {
   const auto& columns = role.layout.columns();
+  size_t longest = role.layout.fixedLength();
+  for (const LayoutColumn& column : columns) longest += longestBody(column.type);
+  role.longestRow = static_cast<Vane::len_t>(longest);
   for (size_t i = 0; i < columns.size(); ++i) {
     const LayoutColumn& column = columns[i];
     const bool own =
@@ -108,8 +127,8 @@ void placeColumns(Role& role) {
         take(role.members, "members", column, i) || take(role.watchPorts, "watchPorts", column, i);
     if (own) continue;
     auto& fields = column.isKey ? role.keys : role.params;
-    fields.push_back({static_cast<uint32_t>(fields.size() + 1), snake(column.name), i, column.type,
-                      widthOf(column.type, role.family)});
+    fields.push_back({static_cast<uint32_t>(fields.size() + 1), snake(column.name), i,
+                      column.offset, column.type, widthOf(column.type, role.family)});
   }
 }
 
@@ -158,13 +177,12 @@ size_t EntityKeyHash::operator()(const EntityKey& key) const {
 EntityKey keyOf(const Role& role, const Vane::BaseRow& row) {
   EntityKey key{.role = static_cast<uint32_t>(role.index), .id = 0, .prefix = {}};
   for (const Field& field : role.keys) {
-    const Vane::len_t offset = role.layout.columns()[field.index].offset;
     if (field.isPrefix()) {
-      row.getColumn(offset, key.prefix);
+      row.getColumn(field.offset, key.prefix);
     } else if (field.type == ColumnType::u16) {
-      key.id = row.getScalar<uint16_t>(offset);
+      key.id = row.getScalar<uint16_t>(field.offset);
     } else {
-      key.id = row.getScalar<uint32_t>(offset);
+      key.id = row.getScalar<uint32_t>(field.offset);
     }
   }
   return key;

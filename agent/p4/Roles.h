@@ -43,6 +43,7 @@ struct Field {
   uint32_t id = 0;   // in its table or action, from 1
   std::string name;  // the column's name, in lower case with '_'
   size_t index = 0;  // of the column
+  Vane::len_t offset = 0;
   Vane::ColumnType type{};
   int width = 0;  // bits
   bool isPrefix() const { return type == Vane::ColumnType::prefix; }
@@ -67,7 +68,8 @@ struct Role {
   Wire::AddressFamily family;
   uint64_t capacity;
   Vane::RowLayout layout;
-  Vane::len_t rowTypeId = 0;  // of the database that was given
+  Vane::len_t rowTypeId = 0;   // of the database that was given
+  Vane::len_t longestRow = 0;  // bytes, with as many elements in its lists as there are slots
   std::vector<Field> keys{};
   std::vector<Field> params{};
   Place<uint64_t> genId{}, entryHandle{};

@@ -16,11 +16,15 @@ uint64_t highest(uint64_t a, uint64_t found) { return found < tooHigh ? std::max
 
 const Vane::BaseRow none;
 
-// A table answers for an absent key with a row of zeros. Only the key that is zero itself needs a
-// look at the other columns.
-bool isAbsent(const Role& role, const Vane::BaseRow& row) {
-  const EntityKey key = keyOf(role, row);
-  if (key.id != 0 || key.prefix.family != Wire::AddressFamily::unset) return false;
+bool isZero(const EntityKey& key) {
+  return key.id == 0 && key.prefix.family == Wire::AddressFamily::unset;
+}
+
+// A table answers for an absent key with a row of zeros. Only for the key that is zero itself the
+// other columns need a look.
+bool isAbsent(const Role& role, const Vane::BaseRow& asked, const Vane::BaseRow& row) {
+  if (!isZero(keyOf(role, row))) return false;
+  if (!isZero(keyOf(role, asked))) return true;
   return std::ranges::all_of(role.layout.columns(), [&](const Vane::LayoutColumn& column) {
     return role.layout.value(row, column) == Vane::zeroValue(column.type);
   });
@@ -144,7 +148,7 @@ void RowStore::foreignChange(const Role& role, const Vane::BaseRow& row) {
 
 Vane::BaseRow RowStore::row(const Role& role, const Vane::BaseRow& keyRow) const {
   Vane::BaseRow found = table(role).row(keyRow, 0);
-  return isAbsent(role, found) ? Vane::BaseRow() : found;
+  return isAbsent(role, keyRow, found) ? Vane::BaseRow() : found;
 }
 
 Vane::BaseRow RowStore::row(const Role& role, uint32_t id) const {
@@ -166,7 +170,7 @@ SidePtr RowStore::side(const Role& role, const Vane::BaseRow& row) const {
   return found == side_.end() ? nullptr : found->second;
 }
 
-Image RowStore::image(const Role& role, Vane::BaseRow row) const {
+Image RowStore::image(const Role& role, Vane::BaseRow&& row) const {
   Image made{.role = &role, .row = std::move(row), .side = nullptr, .group = {}, .members = {}};
   made.side = side(role, made.row);
   if (role.kind != Kind::route) return made;
@@ -208,8 +212,8 @@ void RowStore::setOrRemove(const Role& role, const Vane::BaseRow& key, Vane::Bas
 void RowStore::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before,
                    SidePtr side) {
   if (witness_) witness_->beforeChange(role, row, before);
-  journal_.push_back({&role, before, row, before.isNull() ? nullptr : this->side(role, before),
-                      isRecent(role, row)});
+  journal_.emplace_back(&role, before, row, before.isNull() ? nullptr : this->side(role, before),
+                        isRecent(role, row));
   try {
     write([&] { table(role).rowIs(row, false); });
   } catch (...) {
@@ -223,7 +227,7 @@ void RowStore::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& be
 
 void RowStore::del(const Role& role, const Vane::BaseRow& before) {
   if (witness_) witness_->beforeChange(role, before, before);
-  journal_.push_back({&role, before, Vane::BaseRow(), side(role, before), isRecent(role, before)});
+  journal_.emplace_back(&role, before, none, side(role, before), isRecent(role, before));
   try {
     write([&] { table(role).rowDel(before); });
   } catch (...) {
@@ -283,7 +287,6 @@ void RowStore::settle(const Role& role, const Vane::BaseRow& key,
 void RowStore::follow(const Role& role, const Vane::BaseRow& before, const Vane::BaseRow& after,
                       SidePtr side, bool recent) {
   const Vane::BaseRow& row = after.isNull() ? before : after;
-  const EntityKey key = keyOf(role, row);
   if (!isStale_) {
     loseReferences();
     references_.changed(role, before, after);
@@ -293,12 +296,14 @@ void RowStore::follow(const Role& role, const Vane::BaseRow& before, const Vane:
     }
     isStale_ = mayHaveForeignOneShots_ = false;
   }
-  if (recent_ && recent) recent_->keys_[role.index].insert(key);
-  if (recent_ && !recent) recent_->keys_[role.index].erase(key);
   if (!role.isTable() && after.isNull()) {
     uint32_t& known = present_[role.index][idOf(role, before) % present_[0].size()];
     known = 0;
   }
+  if (!recent_ && !side && side_.empty()) return;
+  const EntityKey key = keyOf(role, row);
+  if (recent_ && recent) recent_->keys_[role.index].insert(key);
+  if (recent_ && !recent) recent_->keys_[role.index].erase(key);
   sideIs(key, std::move(side));
 }
 

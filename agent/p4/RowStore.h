@@ -53,7 +53,7 @@ class RowStore {
   Vane::BaseRow row(const Role& role, uint32_t id) const;
   bool has(const Role& role, uint32_t id);
   SidePtr side(const Role& role, const Vane::BaseRow& row) const;
-  Image image(const Role& role, Vane::BaseRow row) const;
+  Image image(const Role& role, Vane::BaseRow&& row) const;
 
   // Something of what the row's entity is made of is about to change, though not the row itself.
   void announce(const Role& role, const Vane::BaseRow& row) {

@@ -1,5 +1,7 @@
 #include "agent/p4/RowTarget.h"
 
+#include <google/protobuf/arena.h>
+
 #include <chrono>
 #include <utility>
 
@@ -11,8 +13,6 @@ namespace {
 using grpc::StatusCode;
 using p4::v1::SetForwardingPipelineConfigRequest;
 using p4::v1::WriteRequest;
-
-constexpr size_t messageBytes = 1 << 20;
 
 // Runs at the end of a block, also when an exception leaves it.
 template <class F>
@@ -45,6 +45,7 @@ struct RowTarget::Batch {
   PipelinePtr pipeline;
   bool isAllOrNothing = false;
   std::vector<Update> updates;  // in order of the request; void where there is a fault
+  PackedRows rows;
   std::vector<p4::v1::Error> results;
   bool hasFailed = false;
   bool isOutdated = false;  // the pipeline has changed; nothing was applied
@@ -62,31 +63,31 @@ struct RowTarget::Batch {
   }
 };
 
-// Collects entities into messages and hands these on.
+// Collects entities into messages and hands these on. A message holds one piece of a read, whose
+// rows are limited; as a message they take less than three times as much.
 class RowTarget::Answer {
  public:
   explicit Answer(const Send& send) : send_(send) {}
 
-  p4::v1::Entity& next() { return *message_.add_entities(); }
+  p4::v1::Entity& next() { return *message_->add_entities(); }
   // The last one is no part of the answer after all.
-  void drop() { message_.mutable_entities()->RemoveLast(); }
-  void keep() {
-    ++count_;
-    bytes_ += message_.entities(message_.entities_size() - 1).ByteSizeLong();
-    if (bytes_ >= messageBytes) flush();
-  }
+  void drop() { message_->mutable_entities()->RemoveLast(); }
   void flush() {
-    if (message_.entities_size() != 0 && isHeard_) isHeard_ = send_(message_);
-    message_.Clear();
-    bytes_ = 0;
+    const int entities = message_->entities_size();
+    if (entities == 0) return;
+    count_ += static_cast<uint64_t>(entities);
+    if (isHeard_) isHeard_ = send_(*message_);
+    arena_.Reset();
+    message_ = Arena::CreateMessage<p4::v1::ReadResponse>(&arena_);
   }
   bool isHeard() const { return isHeard_; }
   uint64_t count() const { return count_; }
 
  private:
+  using Arena = google::protobuf::Arena;
   const Send& send_;
-  p4::v1::ReadResponse message_;
-  size_t bytes_ = 0;
+  Arena arena_;  // of the message and all its parts, which go at once
+  p4::v1::ReadResponse* message_ = Arena::CreateMessage<p4::v1::ReadResponse>(&arena_);
   uint64_t count_ = 0;
   bool isHeard_ = true;
 };
@@ -186,7 +187,8 @@ void RowTarget::translate(const WriteRequest& request, LoopGate::Deadline deadli
   batch.isOutdated = batch.hasFailed = false;
   batch.updates.clear();
   batch.updates.resize(count);
-  batch.results.assign(count, {});
+  batch.results.clear();
+  batch.results.resize(count);
   Translator translator(roles_, *batch.pipeline);
   for (size_t at = 0; at < count; ++at) {
     if (at % betweenLooks == 0) needTime(deadline);
@@ -197,6 +199,7 @@ void RowTarget::translate(const WriteRequest& request, LoopGate::Deadline deadli
       batch.updates[at].role = translator.role();
     }
   }
+  batch.rows = translator.takeRows();
 }
 
 void RowTarget::apply(Batch& batch) {
@@ -211,10 +214,14 @@ void RowTarget::apply(Batch& batch) {
 
 void RowTarget::applyAll(Batch& batch) {
   const size_t mark = store_.mark();
+  Vane::BaseRow spare;  // the row of an update that is done, for its buffer
   for (size_t at = 0; at < batch.updates.size(); ++at) {
     if (!batch.isGood(at)) continue;
+    Update& update = batch.updates[at];
     try {
-      forwarding_.apply(batch.updates[at], *batch.pipeline);
+      update.row = std::move(spare);
+      batch.rows.get(update.packed, update.row);
+      forwarding_.apply(update, *batch.pipeline);
     } catch (...) {
       // First of all: telling of the fault may fail as well.
       const bool undone = !batch.isAllOrNothing || store_.undo(mark);
@@ -225,6 +232,7 @@ void RowTarget::applyAll(Batch& batch) {
       return;
     }
     if (!batch.isAllOrNothing) store_.emptyJournal();
+    spare = std::move(update.row);
   }
 }
 
@@ -265,7 +273,6 @@ bool RowTarget::answer(const Selection& selection, const PipelinePtr& pipeline,
                        LoopGate::Deadline deadline, Answer& to) {
   for (const uint32_t table : selection.defaults()) {
     Renderer::defaultEntry(*roles_.table(table), to.next());
-    to.keep();
   }
   const Renderer renderer(roles_, *pipeline);
   ActiveReads::Plan plan = selection.plan();
@@ -281,17 +288,14 @@ bool RowTarget::answer(const Selection& selection, const PipelinePtr& pipeline,
           if (isOutdated) return;
           id = reads_.begin(std::move(plan));
         }
-        piece = reads_.next(id);
+        reads_.next(id, piece);
       });
       if (isOutdated) return false;
       for (const ActiveReads::Found& found : piece.found) {
         p4::v1::Entity& entity = to.next();
-        if (renderer.entity(found.image, entity) && selection.wants(found.step, entity)) {
-          to.keep();
-        } else {
+        if (!renderer.entity(found.image, entity) || !selection.wants(found.step, entity)) {
           to.drop();
         }
-        if (!to.isHeard()) break;
       }
       to.flush();
       if (to.isHeard() || piece.isLast) continue;

@@ -100,6 +100,7 @@ Translator::Translator(const Roles& roles, const Pipeline& pipeline)
     for (const auto& column : role.layout.columns()) {
       values.push_back(Vane::zeroValue(column.type));
     }
+    if (role.genId) values[role.genId.index] = pipeline.number;
     if (role.valid) values[role.valid.index] = true;
     if (role.entryId) values[role.entryId.index] = role.id;
   }
@@ -151,9 +152,13 @@ Vane::BaseRow Translator::keyRow(const Role& table, const p4::v1::TableEntry& en
 }
 
 Vane::BaseRow Translator::keyRow(const Role& role, uint32_t id) {
+  keyIs(role, id);
+  return row(role);
+}
+
+void Translator::keyIs(const Role& role, uint32_t id) {
   values(role)[role.keys.front().index] = id;
   clearAllButKey(role);
-  return row(role);
 }
 
 void Translator::clearAllButKey(const Role& role) {
@@ -179,8 +184,7 @@ void Translator::tableEntry(const p4::v1::TableEntry& entry, Update& made) {
            readKey(role, entry);
            if (made.op == Op::del) {
              clearAllButKey(role);
-             made.row = row(role);
-             return;
+             return pack(role, made);
            }
            if (entry.is_const()) invalid("is_const is not for clients to set");
            if (entry.has_meter_config() || entry.has_counter_data() ||
@@ -194,8 +198,10 @@ void Translator::tableEntry(const p4::v1::TableEntry& entry, Update& made) {
              invalid("metadata of {} bytes, expected at most {}", entry.metadata().size(),
                      maxMetadata);
            }
-           made.side = unlessDefault(
-               {.metadata = entry.metadata(), .controllerMetadata = entry.controller_metadata()});
+           if (!entry.metadata().empty() || entry.controller_metadata() != 0) {
+             made.side = std::make_shared<SideData>(SideData{
+                 .metadata = entry.metadata(), .controllerMetadata = entry.controller_metadata()});
+           }
            made.keepsAction = !entry.has_action();
            if (!made.keepsAction) {
              readAction(entry.action(), made);
@@ -204,7 +210,7 @@ void Translator::tableEntry(const p4::v1::TableEntry& entry, Update& made) {
            } else {
              clearAllButKey(role);
            }
-           made.row = row(role);
+           pack(role, made);
          });
 }
 
@@ -378,8 +384,8 @@ void Translator::member(const p4::v1::ActionProfileMember& member, Update& made)
          [&] {
            needClientId(member.member_id(), "member", made.op);
            if (made.op == Op::del) {
-             made.row = keyRow(role, member.member_id());
-             return;
+             keyIs(role, member.member_id());
+             return pack(role, made);
            }
            within([&] { return fmt::format("member {}", member.member_id()); },
                   [&] {
@@ -389,7 +395,7 @@ void Translator::member(const p4::v1::ActionProfileMember& member, Update& made)
                     readCall(role, member.action());
                   });
            values(role)[role.keys.front().index] = member.member_id();
-           made.row = row(role);
+           pack(role, made);
          });
 }
 
@@ -401,13 +407,13 @@ void Translator::group(const ActionProfileGroup& group, Update& made) {
          [&] {
            needClientId(group.group_id(), "group", made.op);
            if (made.op == Op::del) {
-             made.row = keyRow(role, group.group_id());
-             return;
+             keyIs(role, group.group_id());
+             return pack(role, made);
            }
            within([&] { return fmt::format("group {}", group.group_id()); },
                   [&] { readGroupMembers(group, made); });
            values(role)[role.keys.front().index] = group.group_id();
-           made.row = row(role);
+           pack(role, made);
          });
 }
 

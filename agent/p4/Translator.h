@@ -5,8 +5,10 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 #include <vector>
 
+#include "agent/p4/PackedRows.h"
 #include "agent/p4/Pipeline.h"
 #include "agent/p4/Update.h"
 #include "p4/v1/p4runtime.pb.h"
@@ -17,8 +19,9 @@ class Translator {
  public:
   Translator(const Roles& roles, const Pipeline& pipeline);
 
-  // Throws Fault.
+  // The row is packed, among those of takeRows(). Throws Fault.
   Update update(const p4::v1::Update& from);
+  PackedRows takeRows() { return std::move(rows_); }
   // The role that the last update was for, as far as that was found out.
   const Role* role() const { return role_; }
 
@@ -51,8 +54,10 @@ class Translator {
   uint32_t weight(int32_t given) const;
 
   Values& values(const Role& role) { return values_[role.index]; }
-  // Makes the row; what the update does not say is zero.
+  // What the update does not say is zero.
   Vane::BaseRow row(const Role& role) { return role.layout.row(role.rowTypeId, values(role)); }
+  void pack(const Role& role, Update& made) { made.packed = rows_.add(role, values(role)); }
+  void keyIs(const Role& role, uint32_t id);
   void clearAllButKey(const Role& role);
 
   const Roles& roles_;
@@ -60,6 +65,7 @@ class Translator {
   const Role* role_ = nullptr;
   std::vector<Values> values_;      // by role; used again for each row
   std::vector<uint32_t> distinct_;  // likewise
+  PackedRows rows_;
 };
 
 // The watched port, 0 for none; throws Fault for a number that is no port. Entry is a group's

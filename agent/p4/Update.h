@@ -41,7 +41,10 @@ struct Update {
   // A MODIFY without action: what the entry does stays as it is.
   bool keepsAction = false;
   const Role* role = nullptr;
-  Vane::BaseRow row;  // without genId and entryHandle; the key alone for del
+  // Where the row lies among those of the batch. It gets a buffer of its own when its turn comes,
+  // in `row`: without entryHandle; the key alone for del.
+  size_t packed = 0;
+  Vane::BaseRow row;
   std::shared_ptr<SideData> side;
   std::unique_ptr<OneShot> oneShot;
 };

@@ -3,6 +3,11 @@
 #include <utility>
 
 namespace Agent::Rows {
+namespace {
+
+constexpr size_t mostBytes = 512 << 10;  // of the rows of a step, but for the last one
+
+}  // namespace
 
 Walk::Walk(const OfferedTable& table, Vane::BaseRow after)
     : table_(table), after_(std::move(after)), whole_(after_.isNull()) {}
@@ -11,9 +16,11 @@ bool Walk::step(size_t limit, std::vector<Vane::BaseRow>& rows) {
   rows.clear();
   if (!counted_) counted_.emplace(table_.table());
   const auto at = position();
-  for (; *at && rows.size() < limit; ++*at) {
+  size_t bytes = 0;
+  for (; *at && rows.size() < limit && bytes < mostBytes; ++*at) {
     counted_->visited();
     rows.push_back(**at);
+    bytes += rows.back().rowLength();
   }
   if (!rows.empty()) after_ = rows.back();
   const bool more = static_cast<bool>(*at);

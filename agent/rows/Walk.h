@@ -16,8 +16,9 @@ class Walk {
   // `after`: a row with the key behind which to begin; null: from the begin.
   Walk(const OfferedTable& table, Vane::BaseRow after);
 
-  // On the loop: makes `rows` the next ones, at most `limit`; false when they were the last. Throws
-  // CorruptionDetectedException when a whole table that nobody changed had fewer rows than it says.
+  // On the loop: makes `rows` the next ones, at most `limit`, and fewer when they are large; false
+  // when they were the last. Throws CorruptionDetectedException when a whole table that nobody
+  // changed had fewer rows than it says.
   bool step(size_t limit, std::vector<Vane::BaseRow>& rows);
 
  private:

@@ -216,6 +216,22 @@ TEST_F(Vanectl, WhatIsDumpedAndLoadedIsDumpedAgainByteForByte) {
   EXPECT_EQ(copy.out, first);
 }
 
+// The tool makes the text of what it dumps; what it watches comes with the agent's.
+TEST_F(Vanectl, ARowIsDumpedInTheWordsThatTheAgentHasForIt) {
+  fillTables();
+  const auto rowOf = [](const std::string& line) { return line.substr(line.find("\"row\":")); };
+  std::multiset<std::string> dumped;
+  for (const auto& line : lines(outOf({"dump"}))) dumped.insert(rowOf(line));
+
+  std::multiset<std::string> told;
+  Child watch(command({"watch", "--snapshot", "--json"}));
+  while (told.size() < 12) {
+    const std::string line = watch.readLine();
+    if (Json::parse(line).at("kind") == "entry") told.insert(rowOf(line));
+  }
+  EXPECT_EQ(dumped, told);
+}
+
 TEST_F(Vanectl, BadLinesAreToldByNumberAndTheOthersApplied) {
   const std::string input =
       setLine(routes, R"({"destinationPrefix":"10.0.0.0/8"})") + "nonsense\n\n" +

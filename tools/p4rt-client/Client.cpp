@@ -1,6 +1,7 @@
 #include "tools/p4rt-client/Client.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/arena.h>
 
 #include <fstream>
 #include <sstream>
@@ -16,6 +17,10 @@ using Tools::Failure;
 
 // A batch's results come in a trailer, which is limited to 8 KiB unless the client says otherwise.
 constexpr int maxMetadata = 4 << 20;
+
+// What may be on its way to us, so that the agent makes the next messages while we work on these.
+// By itself gRPC goes by the delay of the connection, which has next to none.
+constexpr int lookAhead = 1 << 20;  // bytes
 
 std::string contents(const std::string& file) {
   std::ifstream in(file);
@@ -63,6 +68,8 @@ ExitCode exitCodeOf(grpc::StatusCode code) {
 Client::Client(ClientOptions options) : options_(std::move(options)) {
   grpc::ChannelArguments arguments;
   arguments.SetMaxReceiveMessageSize(-1);
+  arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
+  arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, lookAhead);
   arguments.SetInt(GRPC_ARG_MAX_METADATA_SIZE, maxMetadata);
   // A connection of its own for each client, also for several in one process.
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
@@ -139,8 +146,14 @@ void Client::read(const p4::v1::ReadRequest& request,
                   const std::function<void(const p4::v1::ReadResponse&)>& take) {
   const auto call = context();
   const auto reader = stub_->Read(call.get(), request);
-  p4::v1::ReadResponse response;
-  while (reader->Read(&response)) take(response);
+  // A message and all its parts go at once.
+  google::protobuf::Arena arena;
+  for (;;) {
+    auto* const response = google::protobuf::Arena::CreateMessage<p4::v1::ReadResponse>(&arena);
+    if (!reader->Read(response)) break;
+    take(*response);
+    arena.Reset();
+  }
   if (const grpc::Status status = reader->Finish(); !status.ok()) fail("reading", status);
 }
 

@@ -20,6 +20,10 @@ using grpc::StatusCode;
 using Tools::ExitCode;
 using Tools::Failure;
 
+// What may be on its way to us, so that the agent makes the next messages while we work on these.
+// By itself gRPC goes by the delay of the connection, which has next to none.
+constexpr int lookAhead = 1 << 20;  // bytes
+
 ExitCode exitCodeOf(StatusCode code) {
   switch (code) {
     case StatusCode::INVALID_ARGUMENT:
@@ -90,6 +94,8 @@ Client::Client(fs::path socket) {
   grpc::ChannelArguments arguments;
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
   arguments.SetMaxReceiveMessageSize(-1);
+  arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
+  arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, lookAhead);
   stub_ = v1::RowDatabase::NewStub(grpc::CreateCustomChannel(
       "unix:" + fs::absolute(socket).string(), grpc::InsecureChannelCredentials(), arguments));
 }

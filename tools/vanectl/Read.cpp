@@ -100,20 +100,22 @@ void scanRows(const Options& options, Tools::Output& out) {
 
 void dumpTables(const Options& options, Tools::Output& out) {
   Client client(options.socket);
-  std::vector<std::string> names;
-  for (const std::string& name : options.tables) names.push_back(client.describe(name).name());
-  if (names.empty()) {
-    for (const v1::Table& table : client.tables()) names.push_back(table.name());
+  std::vector<v1::Table> tables;
+  for (const std::string& name : options.tables) tables.push_back(client.describe(name));
+  if (tables.empty()) {
+    for (const v1::Table& table : client.tables()) tables.push_back(table);
   }
-  for (const std::string& name : names) {
+  // The agent sends packed bytes, and the text is made here: both work at the same time.
+  for (const v1::Table& table : tables) {
+    const RowForm form(table);
     v1::ScanRowsRequest request;
-    request.set_table(name);
-    request.set_json(true);
-    const std::string head = fmt::format(R"({{"table":"{}","row":)", name);
+    request.set_table(table.name());
+    const std::string head = fmt::format(R"({{"table":"{}","row":)", table.name());
+    std::string line;
     scan(client, request, [&](const v1::Row& row) {
-      out.write(head);
-      out.write(row.json());
-      out.write("}\n");
+      line = head;
+      form.appendJson(line, row);
+      out.write(line += "}\n");
     });
   }
 }

@@ -2,9 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+#include <concepts>
 #include <cstring>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
+#include "platform/Vane/ColumnKinds.h"
 #include "tools/common/Exit.h"
 #include "tools/common/Nearest.h"
 
@@ -64,6 +69,36 @@ std::string textOf(const Vane::ColumnValue& value) {
       value);
 }
 
+void appendValue(std::string& to, std::integral auto number) {
+  char digits[20];
+  to.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+void appendValue(std::string& to, bool value) { to += value ? "true" : "false"; }
+// Addresses have no character that JSON has a meaning for.
+void appendValue(std::string& to, const Tools::HasText auto& value) {
+  to += '"';
+  to += value.text();
+  to += '"';
+}
+void appendValue(std::string& to, const std::vector<uint32_t>& elements) {
+  to += '[';
+  for (const uint32_t& element : elements) {
+    if (&element != elements.data()) to += ", ";
+    appendValue(to, element);
+  }
+  to += ']';
+}
+
+// Calls `each` with the value of a column, of its own type. requires: the row has its fixed area.
+template <class Each, class... Kinds>
+void withValue(const Vane::BaseRow& row, const LayoutColumn& column, const Each& each,
+               std::type_identity<std::variant<Kinds...>>) {
+  size_t type = 0;
+  static_cast<void>(((static_cast<size_t>(column.type) == type++ &&
+                      (each(Vane::columnValue<Kinds>(row, column.offset)), true)) ||
+                     ...));
+}
+
 v1::Row ofJson(std::string text) {
   v1::Row row;
   row.set_json(std::move(text));
@@ -84,7 +119,13 @@ bool isNumber(const std::string& text) {
 RowForm::RowForm(const v1::Table& table)
     : table_(table.name()),
       keyNames_(table.key_columns().begin(), table.key_columns().end()),
-      layout_(metadataOf(table)) {}
+      layout_(metadataOf(table)) {
+  for (const LayoutColumn& column : layout_.columns()) {
+    std::string& head = jsonHeads_.emplace_back(jsonHeads_.empty() ? "{" : ", ");
+    Tools::appendJson(head, column.name);
+    head += ':';
+  }
+}
 
 std::vector<Tools::Column> RowForm::columns() const {
   std::vector<Tools::Column> columns;
@@ -109,6 +150,18 @@ void RowForm::write(const v1::Row& message, Tools::RecordWriter& records) const 
     std::visit([&](const auto& value) { records << value; }, layout_.value(row, column));
   }
   records.endRecord();
+}
+
+void RowForm::appendJson(std::string& to, const v1::Row& message) const {
+  const Vane::BaseRow row = unpacked(message);
+  row.needFixedArea(layout_.fixedLength());
+  for (size_t i = 0; i < jsonHeads_.size(); ++i) {
+    to += jsonHeads_[i];
+    withValue(
+        row, layout_.columns()[i], [&](const auto& value) { appendValue(to, value); },
+        std::type_identity<Vane::ColumnValue>());
+  }
+  to += '}';
 }
 
 std::string RowForm::keyText(const v1::Row& message) const {

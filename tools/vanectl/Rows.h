@@ -19,6 +19,8 @@ class RowForm {
   // One column of a record for each of the row.
   std::vector<Tools::Column> columns() const;
   void write(const v1::Row& row, Tools::RecordWriter& records) const;
+  // Appends the row as its own JSON.
+  void appendJson(std::string& to, const v1::Row& row) const;
   // The key columns, with commas between them.
   std::string keyText(const v1::Row& row) const;
 
@@ -35,6 +37,7 @@ class RowForm {
   std::string table_;
   std::vector<std::string> keyNames_;
   Vane::RowLayout layout_;
+  std::vector<std::string> jsonHeads_;  // by column: what stands before its value
 };
 
 }  // namespace VaneCtl

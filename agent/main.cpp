@@ -6,6 +6,7 @@
 #include "agent/Agent.h"
 #include "agent/Options.h"
 #include "agent/Services.h"
+#include "platform/Shoal/CutShort.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ void keepMemoryOfBatches() {
 
 int main(int argc, char** argv) {
   try {
+    Shoal::endWhenCutShort("p4rt-agent", 1);
     keepMemoryOfBatches();
     auto [options, exitStatus] = Agent::parseOptions(argc, argv);
     if (exitStatus) return *exitStatus;

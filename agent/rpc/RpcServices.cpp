@@ -100,6 +100,7 @@ class RpcServices final : public Services, private Rows::Host {
         P4::P4RuntimeService::BatchLimits{.updates = remote_.updates});
     server_ =
         std::make_unique<Rpc::Server>(settings_, std::vector<grpc::Service*>{p4Runtime_.get()});
+    needRunDirectory();
     addressFile_ =
         std::make_unique<Rpc::AddressFile>(remote_.runDir, "p4runtime.addr", server_->addresses());
     for (const Rpc::ListenAddress& address : server_->addresses()) {
@@ -126,7 +127,7 @@ class RpcServices final : public Services, private Rows::Host {
     Rpc::Server::Settings settings;
     settings.addresses.push_back(Rpc::listenAddress("unix:" + remote_.rowSocket.string()));
     settings.limits = settings_.limits;
-    if (!remote_.isRowSocketGiven) Rpc::makeRunDirectory(remote_.runDir);
+    if (!remote_.isRowSocketGiven) needRunDirectory();
     Rows::WatchLimits limits;
     limits.watches = remote_.watches;
     rows_ = std::make_unique<Rows::RowService>(*needs_->database, needs_->loop, *gate_,
@@ -135,6 +136,10 @@ class RpcServices final : public Services, private Rows::Host {
     Log::info("listening",
               {{"service", "rowdb"}, {"address", rowServer_->addresses().front().text()}},
               "row database on {}", remote_.rowSocket.string());
+  }
+
+  void needRunDirectory() {
+    if (!runDirectory_) runDirectory_ = std::make_unique<Rpc::RunDirectory>(remote_.runDir);
   }
 
   // What the row service asks of the agent.
@@ -186,6 +191,7 @@ class RpcServices final : public Services, private Rows::Host {
     server_.reset();
     p4Runtime_.reset();
     target_.reset();
+    runDirectory_.reset();
   }
 
   const RemoteOptions remote_;
@@ -194,6 +200,7 @@ class RpcServices final : public Services, private Rows::Host {
   const std::map<std::string, uint64_t> capacities_;
   const Rpc::Server::Settings settings_;
   std::unique_ptr<Needs> needs_;  // once started
+  std::unique_ptr<Rpc::RunDirectory> runDirectory_;
   std::unique_ptr<LoopGate> gate_;
   std::unique_ptr<Rpc::Calls> calls_;
   std::unique_ptr<P4::RowTarget> target_;

@@ -197,18 +197,31 @@ TEST(RunDirectory, IsMadeForOwnerAndGroupAndHoldsTheAddressesMeanwhile) {
   const Folder folder;
   const fs::path directory = folder / "a/run";
   {
+    const Agent::Rpc::RunDirectory made(directory);
     const Agent::Rpc::AddressFile file(directory, "p4runtime.addr",
                                        {listenAddress("127.0.0.1:7"), listenAddress("unix:/x")});
     EXPECT_EQ(contentOf(directory / "p4runtime.addr"), "127.0.0.1:7\nunix:/x\n");
     EXPECT_EQ(fs::status(directory).permissions() & fs::perms::others_all, fs::perms::none);
   }
-  EXPECT_TRUE(fs::is_empty(directory));
+  EXPECT_FALSE(fs::exists(directory)) << "what was made for it goes with it";
+}
+
+TEST(RunDirectory, StaysWhenItWasThereBeforeOrSomethingElseIsInIt) {
+  const Folder folder;
+  fs::create_directory(folder / "before");
+  { const Agent::Rpc::RunDirectory used(folder / "before"); }
+  EXPECT_TRUE(fs::exists(folder / "before"));
+  {
+    const Agent::Rpc::RunDirectory made(folder / "made");
+    std::ofstream(folder / "made/other") << "x";
+  }
+  EXPECT_EQ(contentOf(folder / "made/other"), "x");
 }
 
 TEST(RunDirectory, ThatIsAFileIsRefusedWithTheReason) {
   const Folder folder;
   std::ofstream(folder / "run") << "x";
-  EXPECT_THAT(messageOf([&] { Agent::Rpc::makeRunDirectory(folder / "run"); }),
+  EXPECT_THAT(messageOf([&] { Agent::Rpc::RunDirectory(folder / "run"); }),
               AllOf(HasSubstr((folder / "run").string()), HasSubstr("Not a directory")));
 }
 

@@ -252,6 +252,22 @@ TEST(AgentDeath, AKilledAgentsTablesAreReadWhileItIsDeadAndAdoptedByTheNext) {
   EXPECT_EQ(routes, (std::map<std::string, uint32_t>{{"10.1.0.0/16", 2}, {"10.2.0.0/16", 9}}));
 }
 
+TEST(AgentDeath, ATableThatIsCutShortEndsTheAgentWithAMessage) {
+  const Scratch scratch;
+  Serving serving(scratch.root());
+  const std::string table = "p4runtime/outputTables/routing/ipv4OverrideTable";
+  std::filesystem::resize_file(scratch.root() + "/" + table + ".shoal", 0);
+  serving.agent.write(R"({"table":"VaneIpv4Override","row":{"destinationPrefix":"10.2.0.0/16"}})"
+                      "\n");
+  const auto ended = serving.agent.wait();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_NE(ended.err.find("p4rt-agent: shared table \"" + table +
+                           "\": its file was cut short while it was attached\n"),
+            std::string::npos)
+      << ended.err;
+  EXPECT_EQ(shownRows(scratch.root(), "VaneIpv6VrfPrefix").size(), 1u) << "the others are whole";
+}
+
 TEST(AgentDeath, ASecondAgentOnTheSameTablesIsRefusedInOneLineThatNamesTheHolder) {
   const Scratch scratch;
   Serving serving(scratch.root());

@@ -15,7 +15,7 @@ class CutShort : public FewRows {
  protected:
   const std::string table_ = "p4runtime/outputTables/routing/ipv4FallbackTable";
   const std::string message_ =
-      "shoalctl: shared table \"" + table_ + "\": its file was cut short while it was read\n";
+      "shoalctl: shared table \"" + table_ + "\": its file was cut short while it was attached\n";
 
   // More rows than a pipe holds, so that whoever prints them has to wait for its reader.
   void loadMany() {

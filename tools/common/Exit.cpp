@@ -14,8 +14,6 @@ namespace Tools {
 namespace {
 
 const char* alarmedTool = "";
-const char* readingTool = "";
-const char* (*nameOfMemory)(const void*) = nullptr;
 
 void write(const char* text) {
   // Nobody is left to tell that this could not be written.
@@ -27,20 +25,6 @@ extern "C" void onAlarm(int) {
   write(alarmedTool);
   write(": timed out\n");
   ::_exit(static_cast<int>(ExitCode::timedOut));
-}
-
-// What is not a table cut short is left to the signal's own way: it comes again at once.
-extern "C" void onBusError(int, siginfo_t* info, void*) {
-  const char* name = nameOfMemory(info->si_addr);
-  if (name == nullptr) {
-    std::signal(SIGBUS, SIG_DFL);
-    return;
-  }
-  write(readingTool);
-  write(": shared table \"");
-  write(name);
-  write("\": its file was cut short while it was read\n");
-  ::_exit(static_cast<int>(ExitCode::corrupt));
 }
 
 }  // namespace
@@ -77,15 +61,6 @@ void endAfter(double seconds, const char* tool) {
   // A timer of nothing would be none.
   timer.it_value.tv_usec = std::max<suseconds_t>(static_cast<suseconds_t>(part * 1e6), 1);
   ::setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
-void endWhenCutShort(const char* tool, const char* (*nameAt)(const void* address)) {
-  readingTool = tool;
-  nameOfMemory = nameAt;
-  struct sigaction action {};
-  action.sa_sigaction = onBusError;
-  action.sa_flags = SA_SIGINFO;
-  ::sigaction(SIGBUS, &action, nullptr);
 }
 
 }  // namespace Tools

@@ -33,7 +33,7 @@ inline constexpr std::array<ExitMeaning, 9> exitMeanings{{
     {ExitCode::absent, "what was named is not there"},
     {ExitCode::permission, "not permitted"},
     {ExitCode::refused, "refused: another version, another layout, or no table at all"},
-    {ExitCode::corrupt, "corrupt, or cut short while it was read"},
+    {ExitCode::corrupt, "corrupt, or cut short while it was attached"},
     {ExitCode::timedOut, "timed out"},
     {ExitCode::stalled, "the writer is absent or stalled"},
 }};
@@ -60,10 +60,5 @@ int runTool(std::string_view tool, const std::function<void()>& work);
 // whatever it is doing then: waiting, working, or writing to a reader that does not read.
 // `tool` must outlive the process's work. requires: called once.
 void endAfter(double seconds, const char* tool);
-
-// Ends the process with `corrupt` and a line on standard error when it touches mapped memory whose
-// file has been cut short, and `nameAt` knows the name of the memory at an address; it is called in
-// a signal handler. `tool` must outlive the process's work. requires: called once.
-void endWhenCutShort(const char* tool, const char* (*nameAt)(const void* address));
 
 }  // namespace Tools

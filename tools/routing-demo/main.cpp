@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 
+#include "platform/Shoal/CutShort.h"
 #include "tools/routing-demo/Demo.h"
 #include "tools/routing-demo/Process.h"
 #include "tools/routing-demo/Reader.h"
@@ -64,7 +65,10 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : usageError;
   }
-  if (*verify) return Demo::runReader(Demo::Model(readerModel), readerRoot);
+  if (*verify) {
+    Shoal::endWhenCutShort("routing-demo", failed);
+    return Demo::runReader(Demo::Model(readerModel), readerRoot);
+  }
   return Demo::runDemo(options);
 }
 

@@ -1,4 +1,5 @@
 #include "platform/Guard/Exception.h"
+#include "platform/Shoal/CutShort.h"
 #include "platform/Shoal/SharedTable.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/Exit.h"
@@ -28,6 +29,6 @@ void run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  Tools::endWhenCutShort("shoalctl", Shoal::tableAtAddress);
+  Shoal::endWhenCutShort("shoalctl", static_cast<int>(ExitCode::corrupt));
   return Tools::runTool("shoalctl", [&] { run(argc, argv); });
 }

@@ -120,46 +120,51 @@ void Memory::map(int protection, int flags) {
 
 void Memory::unmap() { ::munmap(base_ - pageSize, static_cast<size_t>(size_ + 2 * pageSize)); }
 
-// Enters claimed pages into the page table now, which costs a fraction of one fault for each when
-// it is first written: as huge pages where they fill some, else one by one.
-void Memory::enter(uint64_t from, uint64_t to, uint64_t since) {
-  const uint64_t firstHuge =
-      std::max(alignUp(since, hugePageSize), from / hugePageSize * hugePageSize);
-  const uint64_t lastHuge = to / hugePageSize * hugePageSize;
-  if (firstHuge >= lastHuge || !collapse(firstHuge, lastHuge)) return populate(from, to);
-  populate(from, firstHuge);
-  populate(lastHuge, to);
+bool Memory::allocate(uint64_t from, uint64_t to) {
+  int result;
+  do {
+    result = ::fallocate(file_.get(), 0, static_cast<off_t>(from), static_cast<off_t>(to - from));
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
 }
 
-// Has the kernel make huge pages of these. Not every kernel and file system does; and one that has
-// none left is not asked again.
-bool Memory::collapse(uint64_t from, uint64_t to) {
-  constexpr int advice = 25;  // MADV_COLLAPSE, which older C libraries do not name
-  const auto size = static_cast<size_t>(to - from);
-  hasHugePages_ = hasHugePages_ && ::madvise(base_ + from, size, advice) == 0;
-  return hasHugePages_;
-}
-
-// A kernel that cannot do it leaves it to the faults.
-void Memory::populate(uint64_t from, uint64_t to) {
+// Enters the pages into the page table now, in one go, which costs a fraction of one fault for each
+// when it is first written. A kernel that cannot do it leaves it to the faults.
+bool Memory::claimPages(uint64_t from, uint64_t to) {
+  if (from >= to) return true;
+  if (!allocate(from, to)) return false;
 #ifdef MADV_POPULATE_WRITE
   from = alignUp(from, pageSize);
   to = to / pageSize * pageSize;
   if (from < to) ::madvise(base_ + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE);
-#else
-  (void)from, (void)to;
 #endif
+  return true;
+}
+
+// The kernel makes a huge page of those that are there and fills up what is missing, if one is
+// there: with huge pages at hand that takes a fifth of the time of all the small ones, and else up
+// to some milliseconds more. Not every kernel and file system does it; and one that has none left
+// is not asked again.
+bool Memory::claimHugePages(uint64_t from, uint64_t to) {
+  constexpr int collapse = 25;  // MADV_COLLAPSE, which older C libraries do not name
+  for (uint64_t at = from; at < to && hasHugePages_; at += hugePageSize) {
+    hasHugePages_ = allocate(at, at + pageSize);
+  }
+  hasHugePages_ =
+      hasHugePages_ && ::madvise(base_ + from, static_cast<size_t>(to - from), collapse) == 0;
+  return hasHugePages_;
 }
 
 bool Memory::tryClaim(uint64_t offset, uint64_t bytes, uint64_t since) {
   if (!file_ || bytes == 0) return true;
-  int result;
-  do {
-    result = ::fallocate(file_.get(), 0, static_cast<off_t>(offset), static_cast<off_t>(bytes));
-  } while (result != 0 && errno == EINTR);
-  if (result != 0) return false;
-  enter(offset, offset + bytes, since);
-  return true;
+  const uint64_t end = offset + bytes;
+  const uint64_t firstHuge =
+      std::max(alignUp(since, hugePageSize), offset / hugePageSize * hugePageSize);
+  const uint64_t lastHuge = end / hugePageSize * hugePageSize;
+  if (firstHuge < lastHuge && claimHugePages(firstHuge, lastHuge)) {
+    return claimPages(offset, firstHuge) && claimPages(std::max(offset, lastHuge), end);
+  }
+  return claimPages(offset, end);
 }
 
 void Memory::claim(uint64_t offset, uint64_t bytes, uint64_t since) {

@@ -51,9 +51,9 @@ class Memory {
  private:
   void map(int protection, int flags);
   void unmap();
-  void enter(uint64_t from, uint64_t to, uint64_t since);
-  bool collapse(uint64_t from, uint64_t to);
-  void populate(uint64_t from, uint64_t to);
+  bool allocate(uint64_t from, uint64_t to);
+  bool claimPages(uint64_t from, uint64_t to);
+  bool claimHugePages(uint64_t from, uint64_t to);
 
   FileDescriptor file_;
   uint64_t size_;

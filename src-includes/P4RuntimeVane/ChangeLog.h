@@ -11,9 +11,9 @@
 // Because indices only grow, the map from index to key is a list to whose end every change is
 // appended, in blocks of memory that do not move. A key that changes again leaves a grave at its
 // old place; when there are more graves than changes the list closes up. The map from key to index
-// has the list's places: chains, of which each change holds its own link. A head also has a few
-// bits of the first key's hash, because most keys that are not in the log find a chain of another
-// key that is alone in it: then nothing but the head has to be looked at.
+// has the list's places: chains, of which each change holds its own link. A head also has marks, by
+// the hash, of the keys in its chain: a key whose mark is not there is not in the chain, and
+// nothing but the head has to be looked at.
 //
 //   heads   . . 5 . . 3 .      by the key's hash; one for each key that the log was made for
 //                 |     |
@@ -169,9 +169,8 @@ class ChangeLog {
 
   // In memory that is zero, and is not there before it is written to.
   //
-  //   bit 0                 the chain has a second change
-  //   1 to 1 + placeBits    its first one, counted from 1; 0: there is no chain
-  //   the others            the tag: bits of the hash of the first one's key
+  //   bits 0 to placeBits - 1   the first of the chain, counted from 1; 0: there is no chain
+  //   the others                marks
   struct Heads {
     struct Free {
       void operator()(uint32_t* heads) const { std::free(heads); }
@@ -184,17 +183,11 @@ class ChangeLog {
     }
 
     uint32_t& of(uint64_t hash) const { return words.get()[(hash >> 32) & (count - 1)]; }
-    Place placeIn(uint32_t head) const {
-      return head >> 1 & static_cast<Place>((uint64_t{1} << placeBits) - 1);
-    }
-    static bool hasSecond(uint32_t head) { return (head & 1) != 0; }
-    uint32_t head(Place place, bool second, uint64_t hash) const {
-      return static_cast<uint32_t>(hash << (1 + placeBits) | uint64_t{place} << 1 |
-                                   uint64_t{second});
-    }
-    bool hasTag(uint32_t head, uint64_t hash) const {
-      return uint64_t{head ^ static_cast<uint32_t>(hash << (1 + placeBits))} >> (1 + placeBits) ==
-             0;
+    Place placeIn(uint32_t head) const { return head & ((uint32_t{1} << placeBits) - 1); }
+    // The mark of a key, as its head has it.
+    uint32_t mark(uint64_t hash) const {
+      const auto marks = static_cast<uint64_t>(32 - placeBits);
+      return uint32_t{1} << (placeBits + static_cast<int>((hash & 0xFFFFFFFF) * marks >> 32));
     }
 
     std::unique_ptr<uint32_t, Free> words;
@@ -220,35 +213,34 @@ class ChangeLog {
   }
 
   // Multiplied, so that its upper bits are good ones whatever the hash's are. They choose the head,
-  // and bits below them are the tag.
+  // and the lower half the mark.
   uint64_t spread(const Key& key) const { return uint64_t{hash_(key)} * 0x9E3779B97F4A7C15; }
 
   Found find(const Key& key, uint64_t hash) const {
     const uint32_t head = heads_.of(hash);
-    if (!heads_.hasTag(head, hash) && !Heads::hasSecond(head)) return {};
+    if ((head & heads_.mark(hash)) == 0) return {};
     Found found{heads_.placeIn(head), 0};
     while (found.place != 0 && !(at(found.place - 1).key == key)) {
       found = {at(found.place - 1).link, found.place};
     }
     return found;
   }
-  // Takes a change that was found out of its chain.
+  // Takes a change that was found out of its chain. The marks of the others may be its own, too.
   void unlink(Found found, uint64_t hash) {
     uint32_t& head = heads_.of(hash);
     const Place after = at(found.place - 1).link;
-    if (found.before == 0) {
-      head =
-          after == 0 ? 0 : heads_.head(after, at(after - 1).link != 0, spread(at(after - 1).key));
-    } else {
-      at(found.before - 1).link = after;
-      if (after == 0 && heads_.placeIn(head) == found.before) head &= ~uint32_t{1};
+    if (found.before != 0) at(found.before - 1).link = after;
+    const Place first = found.before != 0 ? heads_.placeIn(head) : after;
+    head = first;
+    for (Place place = first; place != 0; place = at(place - 1).link) {
+      head |= heads_.mark(spread(at(place - 1).key));
     }
   }
   void linkIn(Place place, uint64_t hash) {
     uint32_t& head = heads_.of(hash);
     const Place first = heads_.placeIn(head);
     at(place).link = first;
-    head = heads_.head(place + 1, first != 0, hash);
+    head = (head ^ first) | (place + 1) | heads_.mark(hash);
   }
 
   // requires: room at the end.

@@ -232,7 +232,6 @@ class Reactor final : public Kit::PtrInterface::NotifieeConst {
   using Entry = typename T::Entry;
 
   void entryChanged(const typename T::Key& key) {
-    adapter_->expectChange(key);
     Entry entry = lookUp<T>(adapter_->map(), key);
     const bool deleted = isEmpty(entry);
     if (deleted) entry.*T::key = key;
@@ -311,7 +310,6 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
     return map.initialized() && map.mode() != Shoal::Mode::snapshot;
   }
   friend ReactorForVane;
-  void expectChange(const Key& key) const { log_.expect(key); }
   // A change happened that could not be logged.
   void loseChange() noexcept { log_.lose(); }
 
@@ -463,12 +461,15 @@ void TableAdapter<Adapter, T>::rowIs(Vane::BaseRow& row, bool) {
   needBuffer(row);
   Entry entry{};
   T::Columns::fromRow(row, entry);
+  log_.expect(entry.*T::key);
   ((*table_).*T::set)(entry);
 }
 
 template <class Adapter, TableTraits T>
 void TableAdapter<Adapter, T>::rowDel(const Vane::BaseRow& keyRow) {
-  ((*table_).*T::del)(keyOf<T>(keyRow));
+  const Key key = keyOf<T>(keyRow);
+  log_.expect(key);
+  ((*table_).*T::del)(key);
 }
 
 template <class Adapter, TableTraits T>

@@ -6,7 +6,7 @@
 #include "agent/Agent.h"
 #include "agent/Options.h"
 #include "agent/Services.h"
-#include "platform/Shoal/CutShort.h"
+#include "platform/Hub/ReferenceHub.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ void keepMemoryOfBatches() {
 
 int main(int argc, char** argv) {
   try {
-    Shoal::endWhenCutShort("p4rt-agent", 1);
+    Hub::endWhenCutShort("p4rt-agent", 1);
     keepMemoryOfBatches();
     auto [options, exitStatus] = Agent::parseOptions(argc, argv);
     if (exitStatus) return *exitStatus;

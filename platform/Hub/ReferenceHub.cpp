@@ -5,6 +5,7 @@
 #include "platform/Guard/Assert.h"
 #include "platform/Hub/Mount.h"
 #include "platform/Hub/MountTree.h"
+#include "platform/Shoal/CutShort.h"
 #include "platform/Trace/Trace.h"
 
 namespace Hub {
@@ -109,6 +110,8 @@ std::ostream& operator<<(std::ostream& out, MountStatus status) {
 Kit::Ptr<EntityManager> makeEntityManager(HubOptions options) {
   return new ReferenceManager(std::move(options));
 }
+
+void endWhenCutShort(const char* program, int status) { Shoal::endWhenCutShort(program, status); }
 
 Kit::Ptr<Kit::Dir> rootDir(const Kit::Ptr<EntityManager>& entityManager) {
   return treeOf(entityManager).root();

@@ -42,6 +42,10 @@ struct HubOptions {
 // a MountException.
 Kit::Ptr<EntityManager> makeEntityManager(HubOptions options);
 
+// Ends the process with `status` and a line on standard error when a table that is mounted is cut
+// short under it, as Shoal::endWhenCutShort tells. requires: called once.
+void endWhenCutShort(const char* program, int status);
+
 // The directory at the root of the manager's tree.
 Kit::Ptr<Kit::Dir> rootDir(const Kit::Ptr<EntityManager>& entityManager);
 

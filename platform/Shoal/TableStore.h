@@ -86,24 +86,13 @@ class TableStore {
   // and else at a place that its hash gives.
   virtual bool next(Bytes key, IterHint& hint, MutableBytes entry) const = 0;
 
-  // Copies out as many of the entries that follow as there is room for, as so many calls of next()
-  // do, and answers how many they were; 0: the walk is at its end. An empty `after` begins with the
-  // first entry; it may be a part of `entries`. If one of them cannot be read, those before it come
-  // first, and the exception with the next call.
+  // Copies out as many of the entries that follow as there is room for, or fewer, as so many calls
+  // of next() do, and answers how many they were; 0: the walk is at its end. An empty `after`
+  // begins with the first entry; it may be a part of `entries`. If one of them cannot be read,
+  // those before it come first, and the exception with the next call.
   virtual size_t nextBatch(Bytes after, IterHint& hint, MutableBytes entries) const {
-    const EntryLayout& shape = layout();
-    size_t count = 0;
-    try {
-      for (; entries.size() >= shape.entrySize; ++count) {
-        const MutableBytes entry = entries.first(shape.entrySize);
-        if (!(after.empty() ? first(hint, entry) : next(after, hint, entry))) break;
-        after = Bytes(entry).subspan(shape.keyOffset, shape.keySize);
-        entries = entries.subspan(shape.entrySize);
-      }
-    } catch (...) {
-      if (count == 0) throw;
-    }
-    return count;
+    const MutableBytes entry = entries.first(layout().entrySize);
+    return (after.empty() ? first(hint, entry) : next(after, hint, entry)) ? 1 : 0;
   }
 
   // Hands every entry, in slot order and read a batch at a time, to `visit`, which says whether to

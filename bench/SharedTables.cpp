@@ -63,19 +63,7 @@ const Subject batch("BM_TableFind_Batch", findBatch, allSizes());
 // Into a new table whose memory was claimed beforehand.
 void insertClaimed(State& state) {
   const auto routes = static_cast<size_t>(state.range());
-  const auto list = prefixes(routes);
-  for (auto _ : state) {
-    state.PauseTiming();
-    auto map = std::make_unique<TableMap>(routes);
-    map->reserve(routes);
-    state.ResumeTiming();
-    fill(*map, list);
-    state.PauseTiming();
-    check(map->size() == routes, "the size after inserts");
-    map.reset();
-    state.ResumeTiming();
-  }
-  itemsPerStep(state, routes);
+  insertInto<TableMap>(state, [routes](TableMap& map) { map.reserve(routes); });
 }
 const Subject claimed("BM_TableInsert_Claimed", insertClaimed, oneMillion);
 

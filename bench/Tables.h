@@ -80,13 +80,15 @@ M& filled(size_t routes) {
   return *map;
 }
 
-template <RouteMap M>
-void insertFresh(State& state) {
+// Into new maps, each of which `prepare` gets ready while the clock stands still.
+template <RouteMap M, class Prepare>
+void insertInto(State& state, Prepare prepare) {
   const auto routes = static_cast<size_t>(state.range());
   const auto list = prefixes(routes);
   for (auto _ : state) {
     state.PauseTiming();
     auto map = std::make_unique<M>(routes);
+    prepare(*map);
     state.ResumeTiming();
     fill(*map, list);
     state.PauseTiming();
@@ -95,6 +97,11 @@ void insertFresh(State& state) {
     state.ResumeTiming();
   }
   itemsPerStep(state, routes);
+}
+
+template <RouteMap M>
+void insertFresh(State& state) {
+  insertInto<M>(state, [](M&) {});
 }
 
 template <RouteMap M>

@@ -79,6 +79,16 @@ TEST_F(EcmpGroups, EntriesThatCountMoreThan1024MembersAreARangeError) {
   }
 }
 
+// 37 + (2 + 4 * 1024) + (2 + 4 * 15359) bytes are 65,573, and in the 16 bits of a row's length 37:
+// the members would have no room in such a row.
+TEST_F(EcmpGroups, AnEntryWhoseCountsMakeTheRowsLengthWrapIsARangeError) {
+  EcmpMemberList wrapping = s.entry(4);
+  wrapping.memberCount = 1024;
+  wrapping.watchCount = 15359;
+  setUntold(wrapping);
+  EXPECT_EQ(messageOf<Guard::RangeException>([&] { back(); }), tooMany);
+}
+
 // A conversion that failed half-way leaves nothing behind for the next one.
 TEST_F(EcmpGroups, ConvertRightlyAfterAConversionThatFailed) {
   EcmpMemberList bad = s.entry(9);

@@ -23,20 +23,29 @@ class Agent:
         self.directory = pathlib.Path(directory)
         self.root = self.directory / "agent"
         self.address = f"unix:{directory}/p4.sock"
+        self.listening = pathlib.Path(f"{self.root}.run/p4runtime.addr")
         self.log = self.directory / "agent.log"
-        command = [*prefix, bin_ / "p4rt-agent", "--shoal-root", self.root, "--listen", self.address,
-                   "--on-exit", on_exit, "--capacity", f"{TABLE}={2 * MANY}", "--max-call-time", "600"]
-        with open(self.log, "w") as log:
-            self.process = subprocess.Popen(command, stdout=log, stderr=log)
+        self.command = [*prefix, bin_ / "p4rt-agent", "--shoal-root", self.root, "--listen", self.address,
+                        "--on-exit", on_exit, "--capacity", f"{TABLE}={2 * MANY}", "--max-call-time", "600"]
 
     def __enter__(self):
+        self.start()
+        return self
+
+    def start(self):
+        self.listening.unlink(missing_ok=True)
+        with open(self.log, "w") as log:
+            self.process = subprocess.Popen(self.command, stdout=log, stderr=log)
         deadline = time.monotonic() + 60
-        while not pathlib.Path(f"{self.root}.run/p4runtime.addr").exists():
+        while not self.listening.exists():
             if self.process.poll() is not None or time.monotonic() > deadline:
                 self.__exit__()
                 raise RuntimeError("the agent does not start:\n" + self.log.read_text())
-            time.sleep(0.05)
-        return self
+            time.sleep(0.005)
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
 
     def __exit__(self, *_):
         if self.process.poll() is None:
@@ -49,9 +58,12 @@ class Agent:
         shutil.rmtree(self.root, ignore_errors=True)
         shutil.rmtree(f"{self.root}.run", ignore_errors=True)
 
+    def client_command(self, *arguments):
+        return [self.bin / "p4rt-client", "--json", "--address", self.address, *arguments]
+
     def client(self, *arguments):
-        command = [self.bin / "p4rt-client", "--json", "--address", self.address, *arguments]
-        return json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout)
+        return json.loads(
+            subprocess.run(self.client_command(*arguments), check=True, stdout=subprocess.PIPE, text=True).stdout)
 
     def program(self, routes):
         """Inserts so many routes and answers when they are there."""
@@ -122,6 +134,27 @@ def measure_readers(figures, bin_, directory, repetitions):
                 figures.add(f"{name}#memory_growth", most / max(few[name], 1))
 
 
+def wait_for_line(command):
+    """Until the first line of output; the others are left."""
+    with subprocess.Popen(command, stdout=subprocess.PIPE) as process:
+        line = process.stdout.readline()
+        process.kill()
+    if not line:
+        raise RuntimeError(f"{command}: no output")
+
+
+def measure_restart(figures, bin_, directory, repetitions):
+    """From the start of an agent, the last one of which was killed with its routes, to its first answer."""
+    with Agent(bin_, directory) as agent:
+        agent.program(MANY)
+        for _ in range(repetitions):
+            agent.kill()
+            started = time.monotonic()
+            agent.start()
+            wait_for_line(agent.client_command("read", "ipv4.override"))
+            figures.add("Restart#first_answer_ms", (time.monotonic() - started) * 1e3)
+
+
 def own_share(figures, bin_, directory):
     """The agent's own part of the instructions of a Write: what a larger number of them adds."""
     costs = []
@@ -141,7 +174,8 @@ def measure(figures, bin_, directory, quick):
     """What went wrong, one text each; the other figures are there all the same."""
     repetitions = 1 if quick else 5
     parts = [lambda: measure_p4runtime(figures, bin_, directory, repetitions),
-             lambda: measure_readers(figures, bin_, directory, repetitions)]
+             lambda: measure_readers(figures, bin_, directory, repetitions),
+             lambda: measure_restart(figures, bin_, directory, repetitions)]
     if not quick and shutil.which("valgrind"):
         parts.append(lambda: own_share(figures, bin_, directory))
     failures = []

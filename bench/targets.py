@@ -127,6 +127,9 @@ CHECKS = [
     most(19, "memory of shoalctl show, 1M to 100k", "<= 1.1", figure("Shoalctl_Show#memory_growth"), 1.1),
 ]
 
+CHECKS.append(most(21, "agent killed and restarted, to its first answer", "<= 2 s",
+                   figure("Restart#first_answer_ms", 1e-3), 2, "s"))
+
 # As a 32-bit program: the subjects of rows 1 to 11, each to the same subject of the 64-bit build.
 SUBJECTS_32 = [
     MAKE, "BM_RowColumns_ByName" + TYPE, "BM_RowKeyHash" + TYPE, "BM_RowHash" + TYPE,

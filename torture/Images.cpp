@@ -14,7 +14,10 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <span>
 #include <thread>
+#include <vector>
 
 #include "platform/Guard/Exception.h"
 #include "platform/Shoal/SharedTable.h"
@@ -133,42 +136,54 @@ class Trial {
   }
 
   void read(const Store& store) {
-    lookUpAll(store, [&](uint64_t key) { return oracle_.mayBeCorrupt(key); });
-    check(walk(store));
+    const Answers answers =
+        lookUpAll(store, [&](uint64_t key) { return oracle_.mayBeCorrupt(key); });
+    const Walk found = walk(store);
+    check(found);
+    readInBatches(store, answers, found);
     goOnWithoutHint(store);
     follow(store);
-    const auto found = Shoal::checkTable(*store);
-    if (!oracle_.isTouched() && found.faultCount != 0) {
-      finding(&Tally::torn, "a sound table has faults: " + found.faults.front());
+    const auto check = Shoal::checkTable(*store);
+    if (!oracle_.isTouched() && check.faultCount != 0) {
+      finding(&Tally::torn, "a sound table has faults: " + check.faults.front());
     }
   }
 
+  // What all keys were answered, one by one; or that one of them met corruption.
+  struct Answers {
+    std::vector<uint64_t> keys;
+    std::vector<std::optional<ImageEntry>> entries;
+    bool corrupt = false;
+  };
   template <class MayBeCorrupt>
-  void lookUpAll(const Store& store, MayBeCorrupt mayBeCorrupt) {
+  Answers lookUpAll(const Store& store, MayBeCorrupt mayBeCorrupt) {
+    Answers answers;
     for (const auto& entry : good_.live) {
-      if (entry) lookUp(store, entry->key, mayBeCorrupt);
+      if (entry) answers.keys.push_back(entry->key);
     }
-    for (const uint64_t key : good_.freeKeys) lookUp(store, key, mayBeCorrupt);
-    for (const uint64_t key : {0ull, 1001ull, 1063ull, 5001ull, ~0ull}) {
-      lookUp(store, key, mayBeCorrupt);
+    answers.keys.insert(answers.keys.end(), good_.freeKeys.begin(), good_.freeKeys.end());
+    answers.keys.insert(answers.keys.end(), {0ull, 1001ull, 1063ull, 5001ull, ~0ull});
+    for (const uint64_t key : answers.keys) {
+      try {
+        ImageEntry entry{key, {}};
+        const bool found = store->lookup(entry.keyBytes(), bytesOf(entry));
+        ++reads_;
+        answers.entries.push_back(found ? std::optional(entry) : std::nullopt);
+        const std::string fault = oracle_.lookupFault(key, found ? &entry : nullptr);
+        if (!fault.empty()) finding(found ? &Tally::torn : &Tally::lost, fault);
+      } catch (const CorruptionDetectedException& corruption) {
+        answers.corrupt = true;
+        if (!mayBeCorrupt(key)) finding(&Tally::lost, corruption.what());
+      }
     }
-  }
-  template <class MayBeCorrupt>
-  void lookUp(const Store& store, uint64_t key, MayBeCorrupt mayBeCorrupt) {
-    try {
-      ImageEntry entry{key, {}};
-      const bool found = store->lookup(entry.keyBytes(), bytesOf(entry));
-      ++reads_;
-      const std::string fault = oracle_.lookupFault(key, found ? &entry : nullptr);
-      if (!fault.empty()) finding(found ? &Tally::torn : &Tally::lost, fault);
-    } catch (const CorruptionDetectedException& corruption) {
-      if (!mayBeCorrupt(key)) finding(&Tally::lost, corruption.what());
-    }
+    return answers;
   }
 
   struct Walk {
     std::vector<ImageEntry> entries;
     bool corrupt = false;
+
+    friend bool operator==(const Walk&, const Walk&) = default;
   };
   Walk walk(const Store& store) {
     Walk result;
@@ -192,6 +207,44 @@ class Trial {
   void check(const Walk& walk) {
     const std::string fault = oracle_.walkFault(walk.entries, walk.corrupt);
     if (!fault.empty()) finding(&Tally::torn, fault);
+  }
+
+  // Many at once are answered as one by one.
+  void readInBatches(const Store& store, const Answers& singly, const Walk& steps) {
+    std::vector<ImageEntry> entries(singly.keys.size());
+    const auto isThere = std::make_unique<bool[]>(singly.keys.size());
+    const std::span found(isThere.get(), singly.keys.size());
+    bool corrupt = false;
+    try {
+      store->lookupBatch(std::as_bytes(std::span(singly.keys)),
+                         std::as_writable_bytes(std::span(entries)), found);
+    } catch (const CorruptionDetectedException&) {
+      corrupt = true;
+    }
+    if (corrupt != singly.corrupt) finding(&Tally::torn, "a batch meets other damage");
+    for (size_t at = 0; at < found.size() && !corrupt; ++at) {
+      if ((found[at] ? std::optional(entries[at]) : std::nullopt) != singly.entries[at]) {
+        finding(&Tally::torn, fmt::format("key {} has another answer in a batch", singly.keys[at]));
+      }
+    }
+    if (walkInBatches(store) != steps) finding(&Tally::torn, "a walk in batches goes elsewhere");
+  }
+  Walk walkInBatches(const Store& store) {
+    Walk result;
+    Shoal::IterHint hint;
+    std::array<ImageEntry, 7> batch{};
+    Shoal::Bytes last;
+    try {
+      while (const size_t count =
+                 store->nextBatch(last, hint, std::as_writable_bytes(std::span(batch)))) {
+        result.entries.insert(result.entries.end(), batch.begin(), batch.begin() + count);
+        last = batch[count - 1].keyBytes();
+        if (result.entries.size() > mostEntries) break;
+      }
+    } catch (const CorruptionDetectedException&) {
+      result.corrupt = true;
+    }
+    return result;
   }
 
   void goOnWithoutHint(const Store& store) {

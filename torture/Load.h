@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <map>
 #include <random>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -109,6 +110,8 @@ class Load {
       const uint64_t choice = random();
       if (choice % 8192 == 0) {
         clear(*store, step);
+      } else if (choice % 8192 == 1) {
+        store->reserve(1 + (choice >> 32) % capacity_);
       } else {
         change(*store, step, choice % keys_.size(), choice >> 62 == 0);
       }
@@ -151,7 +154,12 @@ class Load {
           for (int count = 0; count < 100 && fault.empty(); ++count) {
             fault = lookUp(*store, random() % keys_.size());
           }
-          if (fault.empty()) fault = walk(*store);
+          for (int count = 0; count < 4 && fault.empty(); ++count) {
+            std::array<size_t, mostInBatch> places;
+            for (size_t& at : places) at = random() % keys_.size();
+            fault = lookUp(*store, std::span(places).first(1 + random() % mostInBatch));
+          }
+          if (fault.empty()) fault = walk(*store, Busy::isAnAnswer, random() % 2 == 0 ? 1 : 21);
         }
       } catch (const std::exception& error) {
         fault = error.what();
@@ -178,26 +186,49 @@ class Load {
       return busy == Busy::isAnAnswer ? "" : exception.message();
     }
     tally_.add(&Tally::reads);
-    if (found && entry.id != keys_[at]) return fmt::format("key {}: another key's entry", at);
-    return fault(at, found, entry, before, load(oracle_->keys[at].begun));
+    return answerFault(at, found, entry, before);
   }
 
-  // One walk: what is wrong with it, or nothing.
-  std::string walk(const Shoal::TableStore& store, Busy busy = Busy::isAnAnswer) const {
+  static constexpr size_t mostInBatch = 40;
+
+  // One look-up of several keys at once, the same one may be among them twice.
+  std::string lookUp(const Shoal::TableStore& store, std::span<const size_t> places) const {
+    std::vector<State> before;
+    std::vector<Key> keys;
+    for (const size_t at : places) {
+      before.push_back(load(oracle_->keys[at].done));
+      keys.push_back(keys_[at]);
+    }
+    std::vector<Entry> entries(places.size());
+    std::array<bool, mostInBatch> found{};
+    try {
+      store.lookupBatch(std::as_bytes(std::span(keys)), std::as_writable_bytes(std::span(entries)),
+                        std::span(found).first(places.size()));
+    } catch (const Shoal::BusyException&) {
+      ++oracle_->busy;
+      return {};
+    }
+    tally_.add(&Tally::reads, places.size());
+    std::string fault;
+    for (size_t i = 0; i < places.size() && fault.empty(); ++i) {
+      fault = answerFault(places[i], found[i], entries[i], before[i]);
+    }
+    return fault.empty() ? fault : "in a batch: " + fault;
+  }
+
+  // One walk, of so many entries at a time: what is wrong with it, or nothing.
+  std::string walk(const Shoal::TableStore& store, Busy busy = Busy::isAnAnswer,
+                   size_t atATime = 1) const {
     std::vector<State> before(keys_.size());
     for (size_t at = 0; at < keys_.size(); ++at) before[at] = load(oracle_->keys[at].done);
     std::vector<std::vector<Entry>> seen(keys_.size());
-    Entry entry{};
-    const auto bytes = std::as_writable_bytes(std::span(&entry, 1));
-    Shoal::IterHint hint;
     try {
-      for (bool more = store.first(hint, bytes); more;) {
+      const bool known = eachOf(store, atATime, [&](const Entry& entry) {
         const auto place = places_.find(entry.id);
-        if (place == places_.end()) return "a walk gives a key that never was";
-        seen[place->second].push_back(entry);
-        const Key key = entry.id;
-        more = store.next(bytesOf(key), hint, bytes);
-      }
+        if (place != places_.end()) seen[place->second].push_back(entry);
+        return place != places_.end();
+      });
+      if (!known) return "a walk gives a key that never was";
     } catch (const Shoal::BusyException& exception) {
       ++oracle_->busy;
       return busy == Busy::isAnAnswer ? "" : exception.message();
@@ -234,6 +265,30 @@ class Load {
   }
 
  private:
+  // Hands every entry to `visit` until that says no, and answers what it said last.
+  template <class Visit>
+  static bool eachOf(const Shoal::TableStore& store, size_t atATime, Visit visit) {
+    std::vector<Entry> batch(atATime);
+    const auto bytes = std::as_writable_bytes(std::span(batch));
+    auto fill = [&, hint = Shoal::IterHint()](const Key* last) mutable -> size_t {
+      if (atATime == 1)
+        return last ? store.next(bytesOf(*last), hint, bytes) : store.first(hint, bytes);
+      return store.nextBatch(last ? bytesOf(*last) : Shoal::Bytes(), hint, bytes);
+    };
+    Key last;
+    for (size_t count = fill(nullptr); count != 0; count = fill(&last)) {
+      for (size_t i = 0; i < count; ++i) {
+        if (!visit(batch[i])) return false;
+      }
+      last = batch[count - 1].id;
+    }
+    return true;
+  }
+
+  std::string answerFault(size_t at, bool found, const Entry& entry, State before) const {
+    if (found && entry.id != keys_[at]) return fmt::format("key {}: another key's entry", at);
+    return fault(at, found, entry, before, load(oracle_->keys[at].begun));
+  }
   // What is wrong with an answer that was got after `before` was done and before more than `after`
   // was begun.
   std::string fault(size_t at, bool found, const Entry& entry, State before, State after) const {

@@ -142,8 +142,6 @@ TEST_F(Following, SleepsThroughNoChangeThoughNobodyCallsIt) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-// The best of several sleeps ends far below the time after which a sleeper looks by itself, however
-// busy the machine is.
 // The word in the header on which followers sleep.
 uint32_t& wakesOf(const std::shared_ptr<Shoal::TableStore>& store) {
   return std::dynamic_pointer_cast<Shoal::Store>(store)->view().header().wakes;
@@ -180,7 +178,9 @@ TEST_F(Following, SleepersAreWokenByTheWriter) {
     });
     std::this_thread::sleep_for(pause);
     map_.store()->wakeFollowers();
-    ended = endOfChild(child);
+    const int status = endOfChild(child);
+    ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
+    ended = WEXITSTATUS(status);
   }
   EXPECT_EQ(ended, woken);
 }

@@ -1,9 +1,13 @@
 // shoalctl watch: what it tells is what happens, through restarts of the writer and of the table.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <map>
 #include <random>
+#include <thread>
 
 #include "tests/e2e/ShoalctlTables.h"
 
@@ -132,6 +136,28 @@ TEST_F(ShoalctlWatch, StatesThatTheWriterWentAwayAndThatANewOneCame) {
   agent.signal(SIGKILL);
   agent.wait();
   EXPECT_EQ(Json::parse(watching.readLine()).at("kind"), "noWriter");
+}
+
+TEST_F(ShoalctlWatch, DoesNotTakeWhoeverHoldsTheLockForTheWriterThatHasDied) {
+  Child agent(agentOn(scratch_.root(), {"--load", "-", "--quiet"}));
+  ASSERT_TRUE(agent.write(setLine(3, 3) + syncLine));
+  agent.readLine();
+  agent.signal(SIGKILL);
+  agent.wait();
+  Child watching(watch({}));
+  EXPECT_EQ(Json::parse(watching.readLine()).at("note"), "generation 2 has ended");
+  // As a process does that is about to attach, until it has written its number into the table.
+  auto lockFile = file("p4runtime/outputTables/routing/ipv4OverrideTable");
+  const int lock = ::open(lockFile.replace_extension(".lock").c_str(), O_RDWR | O_CLOEXEC);
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  ASSERT_EQ(::fcntl(lock, F_OFD_SETLK, &whole), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // for three looks
+  ::close(lock);
+  Child next(agentOn(scratch_.root(), {"--load", "-", "--quiet"}));
+  const Json record = Json::parse(watching.readLine());
+  EXPECT_EQ(record.at("kind"), "writer");
+  EXPECT_EQ(record.at("note"), "process " + std::to_string(next.pid()) + ", generation 3");
 }
 
 TEST_F(ShoalctlWatch, BeginsBehindAChangeAndEndsAfterSoMany) {

@@ -122,8 +122,11 @@ class WatchedTable {
     } catch (const Shoal::AttachException&) {
       return;  // it has just gone; the next look tells
     }
+    // Before a process has raised the generation it holds the lock of a table that is not yet its
+    // own.
     const std::pair<int32_t, uint64_t> now{status.writerPid, status.generation};
-    if (std::exchange(writer_, now) == now) return;
+    const bool endedBefore = writer_ == std::pair<int32_t, uint64_t>{0, status.generation};
+    if (endedBefore || std::exchange(writer_, now) == now) return;
     if (status.writerPid != 0) {
       watching_.record(
           name_, status.changes, "writer", Style::good,

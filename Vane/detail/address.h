@@ -46,7 +46,7 @@ struct AddressBody {
   const uint8_t* at;
   len_t length;  // 0: unset, and `at` is not looked at
 
-  len_t addressLength() const { return length == 0 ? 0 : length - prefixByte; }
+  len_t addressLength() const { return length - prefixByte; }  // requires: not unset
   const uint8_t* address() const { return at + prefixByte; }
   uint8_t prefixLength() const { return prefixByte != 0 && length != 0 ? *at : 0; }
   Wire::AddressFamily family() const {

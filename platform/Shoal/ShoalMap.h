@@ -63,7 +63,6 @@ class ShoalMap {
       std::memcpy(&entry, bytes.data(), sizeof entry);
       checked(true, entry);
       visit(std::as_const(entry));
-      return true;
     });
   }
 

@@ -144,10 +144,7 @@ std::shared_ptr<Store> Store::snapshotOf(const Store& source) {
   withShapeOf(plan, [&](auto shape) {
     const ShapedView<decltype(shape)> table(view);
     TableWriter<decltype(shape)> filler(table, *memory);
-    source.forEach([&](Bytes entry) {
-      filler.set(entry.data() + shape.keyOffset, entry.data());
-      return true;
-    });
+    source.forEach([&](Bytes entry) { filler.set(entry.data() + shape.keyOffset, entry.data()); });
   });
   put(view.header().generation, source.generation());
   return make(Mode::snapshot, source.layout_, plan, std::move(memory), FileDescriptor(),

@@ -62,7 +62,6 @@ class TableEntityBase : public Kit::Entity {
     table.forEach([&](Bytes entry) {
       const Bytes key = entry.subspan(layout.keyOffset, layout.keySize);
       keys.insert(keys.end(), key.begin(), key.end());
-      return true;
     });
   }
 

@@ -95,8 +95,7 @@ class TableStore {
     return (after.empty() ? first(hint, entry) : next(after, hint, entry)) ? 1 : 0;
   }
 
-  // Hands every entry, in slot order and read a batch at a time, to `visit`, which says whether to
-  // go on.
+  // Hands every entry, in slot order and read a batch at a time, to `visit`.
   template <class Visit>
   void forEach(Visit&& visit) const {
     const EntryLayout& shape = layout();
@@ -106,7 +105,7 @@ class TableStore {
     IterHint hint;
     while (const size_t count = nextBatch(last, hint, batch)) {
       for (size_t i = 0; i < count; ++i) {
-        if (!visit(Bytes(batch).subspan(i * shape.entrySize, shape.entrySize))) return;
+        visit(Bytes(batch).subspan(i * shape.entrySize, shape.entrySize));
       }
       last = Bytes(batch).subspan((count - 1) * shape.entrySize + shape.keyOffset, shape.keySize);
     }

@@ -4,11 +4,15 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "platform/Kit/FileDescriptor.h"
 #include "platform/Shoal/Store.h"
+#include "platform/Shoal/TableCheck.h"
 #include "platform/Shoal/TableFormat.h"
+#include "platform/Trace/Trace.h"
 #include "tests/Shoal/TableTest.h"
 
 namespace ShoalTest {
@@ -285,6 +289,12 @@ TEST_F(Refused, ImpossibleLayouts) {
   expectPart(refusal(16, 0xFFFFFFFC, 4, 1), "key of 4 bytes at 4294967292");
   expectPart(refusal(16, 0, 4, 0), "capacity 0");
   expectPart(refusal(16, 0, 4, uint64_t{1} << 32), "capacity 4294967296");
+  for (const std::string& name : {std::string(), std::string(128, 'T'), std::string("T\0T", 3)}) {
+    expectPart(thrown<AttachException>([&] {
+                 Shoal::attachWriter(root_, "new", {name, 16, 0, 4}, 1);
+               }),
+               "entry type name");
+  }
   EXPECT_EQ(Shoal::tablesBelow(root_), std::vector<std::string>{tableName});
 }
 
@@ -514,6 +524,8 @@ TEST(TablePaths, OfAnotherUserAreNotTheWriters) {
 TEST(TablePaths, DefaultToADirectoryOfTheUsersOwn) {
   ::unsetenv("SHOAL_ROOT");
   EXPECT_EQ(Shoal::defaultRoot(), "/dev/shm/shoal-" + std::to_string(::getuid()));
+  ::setenv("SHOAL_ROOT", "", 1);
+  EXPECT_EQ(Shoal::defaultRoot(), "/dev/shm/shoal-" + std::to_string(::getuid()));
   ::setenv("SHOAL_ROOT", "/dev/shm/elsewhere", 1);
   EXPECT_EQ(Shoal::defaultRoot(), "/dev/shm/elsewhere");
   ::unsetenv("SHOAL_ROOT");
@@ -627,6 +639,7 @@ TEST(Snapshot, IsACopyAsOfAttach) {
   EXPECT_FALSE(copy.has(Route::keyOf(99)));
   expectPart(thrown<Guard::Exception>([&] { copy.store()->clear(); }), "attached as snapshot");
   EXPECT_THROW(Shoal::follow(copy.store()), Guard::Exception);
+  EXPECT_THROW(Shoal::checkTable(*copy.store()), Guard::Exception);
 }
 
 TEST(Corruption, IsCountedAndNeverThrown) {
@@ -636,6 +649,20 @@ TEST(Corruption, IsCountedAndNeverThrown) {
   store->corruptionDetected("as found by somebody");
   store->corruptionDetected("as found by somebody else");
   EXPECT_EQ(store->corruptionsDetected(), 2u);
+}
+
+TEST(Corruption, IsTracedWhereThatIsAskedFor) {
+  TempRoot root;
+  const auto store = writer<Tiny>(root, 4);
+  std::ostringstream out;
+  Trace::outputIs(&out);
+  Trace::handle("Shoal").levelIs(0, true);
+  store->corruptionDetected("as found by somebody");
+  Trace::handle("Shoal").levelIs(0, false);
+  store->corruptionDetected("as found by nobody");
+  Trace::outputIs(nullptr);
+  expectPart(out.str(), "as found by somebody");
+  EXPECT_EQ(out.str().find("nobody"), std::string::npos);
 }
 
 // Record 0 of the journal, at 512: sequence, slot, entry.

@@ -111,6 +111,8 @@ TEST(BatchOfEntries, GivesThoseBeforeOneThatCannotBeReadAndThenTells) {
 TEST(ReservedTable, HasTheMemoryThatItsEntriesTake) {
   const TempRoot root;
   MapOf<Route> map(writer<Route>(root, 200000));
+  map.reserve(0);
+  EXPECT_LT(Shoal::tableStatus(root, tableName).bytes, 100000u);
   map.reserve(100000);
   const uint64_t reserved = Shoal::tableStatus(root, tableName).bytes;
   EXPECT_GE(reserved, 100000u * 64);

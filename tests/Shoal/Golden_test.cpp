@@ -15,7 +15,6 @@ struct Golden {
   std::array<uint8_t, 3> id;
   std::array<uint8_t, 15> after;
 
-  static constexpr auto key = &Golden::id;
   using Key = std::array<uint8_t, 3>;
   using Map = Shoal::ShoalMap<Key, Golden>;
   static Shoal::EntryLayout layout() { return {"Golden", 23, 5, 3}; }

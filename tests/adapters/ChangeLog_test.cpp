@@ -158,6 +158,28 @@ TEST(ChangeLog, IsFoundFromAnyIndexThoughMostOfWhatWasThereHasMoved) {
   EXPECT_EQ(log.after(0)->key, 1u);
 }
 
+// Two keys change for ever, above some that never do again: the dead between them are taken out,
+// from a log with places for few keys and from one with places for many.
+TEST(ChangeLog, KeepsTheOrderOfWhatIsLeftWhenTheDeadAreTakenOut) {
+  constexpr uint32_t still = 5, changes = 10000;
+  for (const size_t room : {size_t{8}, size_t{1} << 17}) {
+    Log log(room);
+    for (uint32_t key = 0; key < still; ++key) log.record(key, false);
+    for (uint32_t change = 0; change < changes; ++change) log.record(100 + change % 2, false);
+    Nodes expected;
+    for (uint32_t key = 0; key < still; ++key) expected.emplace_back(2 + 2 * key, key);
+    const uint64_t latest = 2 * (still + changes);
+    expected.emplace_back(latest - 2, 100);
+    expected.emplace_back(latest, 101);
+    EXPECT_EQ(nodes(log), expected) << room;
+    EXPECT_EQ(log.indexOf(3), 8u);
+    log.record(3, true);
+    EXPECT_EQ(log.after(latest)->key, 3u);
+    EXPECT_EQ(log.after(6)->key, 4u);
+    EXPECT_EQ(log.size(), still + 2);
+  }
+}
+
 TEST(ChangeLog, GivesBackTheMemoryOfWhatHasBeenPruned) {
   if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
   Log log(8);

@@ -204,6 +204,7 @@ TEST(NewTableOfAProcess, WithoutDescriptorsLeftIsAnErrorThatSaysSoAndLeavesNothi
     EXPECT_EQ(firstFree(), before);
     if (made) break;
     ++refused;
+    EXPECT_TRUE(text.starts_with("shared table \"a/b/table\"")) << text;
     EXPECT_NE(text.find(": Too many open files"), std::string::npos) << text;
     EXPECT_FALSE(std::filesystem::exists(root.path() / "a/b/table.shoal.new"));
   }

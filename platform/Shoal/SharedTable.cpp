@@ -96,9 +96,11 @@ std::vector<std::string> tablesBelow(const std::filesystem::path& root) {
   std::error_code error;
   std::filesystem::recursive_directory_iterator at(root, error);
   for (; !error && at != std::filesystem::end(at); at.increment(error)) {
-    const bool table = at->symlink_status(error).type() == std::filesystem::file_type::regular &&
-                       at->path().extension() == ".shoal";
-    if (table) tables.push_back(at->path().lexically_relative(root).replace_extension().string());
+    if (at->path().extension() != ".shoal") continue;
+    const auto type = at->symlink_status(error).type();
+    if (type == std::filesystem::file_type::none) break;
+    if (type != std::filesystem::file_type::regular) continue;
+    tables.push_back(at->path().lexically_relative(root).replace_extension().string());
   }
   if (error && error != std::errc::no_such_file_or_directory) {
     AttachException::throwException("tables below \"" + root.string() +

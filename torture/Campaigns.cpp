@@ -9,6 +9,7 @@ Tally stopping(const Setting& setting);
 Tally secondWriter(const Setting& setting);
 Tally images(const Setting& setting);
 Tally memoryFaults(const Setting& setting);
+Tally refusals(const Setting& setting);
 Tally paths(const Setting& setting);
 
 const std::vector<Campaign>& campaigns() {
@@ -23,7 +24,9 @@ const std::vector<Campaign>& campaigns() {
       {"second-writer", "who comes while there is a writer, and what a dead one leaves", true,
        secondWriter},
       {"images", "every byte times four patterns, every length, random damage", false, images},
-      {"memory", "full file systems, quota, and the limits of a process", false, memoryFaults},
+      {"memory", "full file systems, and the limits of a process", false, memoryFaults},
+      {"refusals", "every system call of every operation, refused by the kernel for every reason",
+       false, refusals},
       {"paths", "links, pipes, strangers and open doors at every part of a path", false, paths},
   };
   return all;

@@ -1,7 +1,7 @@
-// Memory that runs out: a small file system that is full, a quota, files that may not be so large,
-// an address space without room, no more descriptors, no more maps. Each time: an error that names
-// the table and says what was missing, the table as it was, nothing half-made and nothing kept; and
-// the next call works once there is room.
+// Memory that runs out: a small file system that is full, files that may not be so large, an
+// address space without room, no more descriptors, no more maps. Each time: an error that names the
+// table and says what was missing, the table as it was, nothing half-made and nothing kept; and the
+// next call works once there is room.
 //
 // That no page is touched before it has been claimed shows here too: whoever touches one on a file
 // system without a free page is killed by SIGBUS.
@@ -33,6 +33,7 @@
 #include "platform/Shoal/SharedTable.h"
 #include "platform/Shoal/TableCheck.h"
 #include "torture/Entries.h"
+#include "torture/Holdings.h"
 #include "torture/SharedTally.h"
 #include "torture/Watch.h"
 
@@ -109,31 +110,6 @@ class SmallSystem {
   fs::path at_;
 };
 
-// What a process holds of tables: descriptors, maps of tables and the guards beside them.
-struct Holdings {
-  size_t files = 0, maps = 0;
-  static Holdings now() {
-    Holdings result;
-    result.files = static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-      result.maps += line.find(".shoal") != std::string::npos;
-    }
-    return result;
-  }
-  friend bool operator==(const Holdings&, const Holdings&) = default;
-};
-
-std::vector<std::string> filesBelow(const fs::path& root) {
-  std::vector<std::string> names;
-  std::error_code error;
-  for (fs::recursive_directory_iterator at(root, error), end; !error && at != end; ++at) {
-    if (!at->is_directory()) names.push_back(at->path().lexically_relative(root));
-  }
-  return names;
-}
-
 // Whether the text of an error tells the table, and what was missing.
 bool isNamed(const std::string& text) {
   const auto has = [&](const char* part) { return text.find(part) != std::string::npos; };
@@ -141,8 +117,7 @@ bool isNamed(const std::string& text) {
   return (has(": out of memory: ") && has(" bytes needed, ") &&
           (has(" free on its file system (") || has(" allowed to this process"))) ||
          (has(": cannot map ") && has(" bytes: Cannot allocate memory")) ||
-         (has(": cannot ") && (has(": Too many open files") || has(": No space left on device") ||
-                               has(": Disk quota exceeded")));
+         (has(": cannot ") && (has(": Too many open files") || has(": No space left on device")));
 }
 
 // --- One table and its model --------------------------------------------------------------------
@@ -351,28 +326,6 @@ void noFilesLeft(SharedTally& tally, const fs::path& at) {
   }
 }
 
-// Blocks of one user are limited, and the file system is not full.
-void quota(SharedTally& tally, const fs::path& at) {
-  Round round(tally, "quota");
-  constexpr uid_t user = 65534;
-  std::optional<SmallSystem> system;
-  try {
-    system.emplace(at, 4000, fmt::format(",usrquota,usrquota_block_hardlimit={}", 40 * page));
-  } catch (const std::runtime_error& reason) {
-    fmt::print(stderr, "torture: memory: quota is left out: {}\n", reason.what());
-    return;
-  }
-  if (::chown(at.c_str(), user, user) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0) {
-    fmt::print(stderr, "torture: memory: quota is left out: {}\n", std::strerror(errno));
-    return;
-  }
-  Modelled<Tiny> table(round, system->root(), uint64_t{1} << 20);
-  if (!table.attach()) return round.finding(&Tally::lost, "no table within the quota");
-  if (table.putUntilFull(100000) == 100000) round.finding(&Tally::lost, "no quota");
-  goOnWithoutMemory(table);
-  table.compare();
-}
-
 // --- Limits of a process ------------------------------------------------------------------------
 
 class Limit {
@@ -558,7 +511,6 @@ class MemoryFaults {
         fullSystem<Group>(tally_, at.path(), pages, 200);
       }
       noFilesLeft(tally_, at.path());
-      quota(tally_, at.path());
     });
     if (sanitized) {
       fmt::print(stderr, "torture: memory: limits of addresses are left out under a sanitizer\n");

@@ -14,6 +14,7 @@
 #include <optional>
 #include <thread>
 
+#include "torture/Holdings.h"
 #include "torture/Interruption.h"
 #include "torture/SharedTally.h"
 
@@ -32,35 +33,22 @@ struct Page {
 };
 Page* watched = nullptr;  // in the campaign's process
 
-size_t openFiles() {
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                                           std::filesystem::directory_iterator()));
-}
-
-size_t mappedTables() {
-  std::ifstream maps("/proc/self/maps");
-  size_t count = 0;
-  for (std::string line; std::getline(maps, line);) {
-    if (line.find(".shoal") != std::string::npos) ++count;
-  }
-  return count;
-}
-
 // In the campaign's process.
 Tally runAndLookAround(const Campaign& campaign, const Setting& setting) {
-  const size_t filesBefore = openFiles();
+  const size_t filesBefore = Holdings::now().files;
   Tally tally;
   try {
     tally = campaign.run(setting);
   } catch (const std::exception& error) {
     tally.found(&Tally::lost, fmt::format("{} ended early: {}", campaign.name, error.what()));
   }
-  if (const size_t files = openFiles(); files != filesBefore) {
+  const Holdings left = Holdings::now();
+  if (left.files != filesBefore) {
     tally.found(&Tally::leaked, fmt::format("{}: {} files open, {} before it began", campaign.name,
-                                            files, filesBefore));
+                                            left.files, filesBefore));
   }
-  if (const size_t tables = mappedTables(); tables != 0) {
-    tally.found(&Tally::leaked, fmt::format("{}: {} tables mapped", campaign.name, tables));
+  if (left.tables != 0) {
+    tally.found(&Tally::leaked, fmt::format("{}: {} tables mapped", campaign.name, left.tables));
   }
   if (&__lsan_do_recoverable_leak_check != nullptr && __lsan_do_recoverable_leak_check() != 0) {
     tally.found(&Tally::leaked,

@@ -24,8 +24,8 @@ using Access = TableFile::Access;
 // found to be. Refuses the file unless it is a faultless table, of this layout if one is given.
 Header checkedHeader(const TableFile& place, const FileDescriptor& file,
                      const EntryLayout* layout) {
-  const auto header = TableFile::readHeader(file);
-  const uint64_t size = TableFile::sizeOf(file);
+  const auto header = place.readHeader(file);
+  const auto size = static_cast<uint64_t>(place.statusOf(file.get()).st_size);
   if (!header) {
     place.refuse("not a shared table: " + std::to_string(size) + " bytes, expected at least " +
                  std::to_string(sizeof(Header)));
@@ -41,10 +41,10 @@ std::unique_ptr<Memory> mapped(const TableFile& place, FileDescriptor file, uint
                                bool writable) {
   const int number = file.get();
   auto memory = std::make_unique<Memory>(std::move(file), size, writable, place.name());
-  struct stat status {};
-  if (::fstat(number, &status) != 0 || static_cast<uint64_t>(status.st_size) < size) {
-    place.refuse("cut short while it was attached: " + std::to_string(status.st_size) +
-                 " bytes, expected " + std::to_string(size));
+  const auto now = static_cast<uint64_t>(place.statusOf(number).st_size);
+  if (now < size) {
+    place.refuse("cut short while it was attached: " + std::to_string(now) + " bytes, expected " +
+                 std::to_string(size));
   }
   return memory;
 }
@@ -74,9 +74,9 @@ FileDescriptor createTable(const TableFile& place, const EntryLayout& layout, ui
   });
 }
 
-bool thisProcessIsWriter(const Header& header) {
+bool thisProcessIsWriter(const Header& header, const std::string& tablePath) {
   const auto pid = static_cast<uint32_t>(::getpid());
-  return header.writerPid == pid && processStart(pid) == header.writerStart;
+  return header.writerPid == pid && processStart(pid, tablePath) == header.writerStart;
 }
 
 }  // namespace
@@ -96,9 +96,15 @@ std::vector<std::string> tablesBelow(const std::filesystem::path& root) {
   std::error_code error;
   std::filesystem::recursive_directory_iterator at(root, error);
   for (; !error && at != std::filesystem::end(at); at.increment(error)) {
-    const bool table = at->symlink_status(error).type() == std::filesystem::file_type::regular &&
-                       at->path().extension() == ".shoal";
-    if (table) tables.push_back(at->path().lexically_relative(root).replace_extension().string());
+    if (at->path().extension() != ".shoal") continue;
+    const auto type = at->symlink_status(error).type();
+    if (type == std::filesystem::file_type::none) break;
+    if (type != std::filesystem::file_type::regular) continue;
+    tables.push_back(at->path().lexically_relative(root).replace_extension().string());
+  }
+  if (error && error != std::errc::no_such_file_or_directory) {
+    AttachException::throwException("tables below \"" + root.string() +
+                                    "\": cannot list them: " + error.message());
   }
   std::sort(tables.begin(), tables.end());
   return tables;
@@ -142,14 +148,15 @@ std::shared_ptr<TableStore> attachSnapshot(const std::filesystem::path& root,
 }
 
 void removeTable(const std::filesystem::path& root, const std::string& tablePath) {
-  std::error_code ignored;
-  if (!std::filesystem::exists(tableFile(root, tablePath), ignored)) return;
+  // What else stands in the way of looking is told below.
+  std::error_code error;
+  if (!std::filesystem::exists(tableFile(root, tablePath), error) && !error) return;
   const TableFile place(root, tablePath, Access::write);
   const auto file = place.open(Access::read);
   if (!file) return;
-  const auto header = TableFile::readHeader(*file);
+  const auto header = place.readHeader(*file);
   FileDescriptor lock;
-  if (!header || !thisProcessIsWriter(*header)) lock = place.lock();
+  if (!header || !thisProcessIsWriter(*header, tablePath)) lock = place.lock();
   crashPoint<"remove: nobody else writes">();
   place.remove();
 }
@@ -161,15 +168,13 @@ TableStatus tableStatus(const std::filesystem::path& root, const std::string& ta
   const auto file = place.open(Access::read);
   if (!file) place.refuse("no such table");
   const Header header = checkedHeader(place, *file, nullptr);
-  struct stat status {};
-  ::fstat(file->get(), &status);
 
   TableStatus result;
   result.path = tablePath;
   result.layout = layoutOf(header);
   result.entries = std::min(header.live, header.capacity);
   result.capacity = header.capacity;
-  result.bytes = static_cast<uint64_t>(status.st_blocks) * 512;
+  result.bytes = static_cast<uint64_t>(place.statusOf(file->get()).st_blocks) * 512;
   result.generation = header.generation;
   result.changes = header.changes;
   result.writerPid = place.locked() ? static_cast<int32_t>(header.writerPid) : 0;

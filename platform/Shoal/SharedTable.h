@@ -50,7 +50,8 @@ std::filesystem::path defaultRoot();
 // AttachException for a path that is absolute or would leave the root.
 std::filesystem::path tableFile(const std::filesystem::path& root, const std::string& tablePath);
 
-// The tables below a root, as table paths, sorted.
+// The tables below a root, as table paths, sorted: none if there is no such directory. Throws
+// AttachException if it cannot be read.
 std::vector<std::string> tablesBelow(const std::filesystem::path& root);
 
 // Attaches as the writer, creating the table if it is not there, and repairing it if its last

@@ -118,7 +118,7 @@ std::shared_ptr<Store> Store::make(Mode mode, EntryLayout layout, const Plan& pl
 void Store::noteWriter() {
   Header& header = view_.header();
   const auto pid = static_cast<uint32_t>(::getpid());
-  put(header.writerStart, processStart(pid).value_or(0));
+  put(header.writerStart, processStart(pid, path()).value_or(0));
   crashPoint<"attach: start noted">();
   put(header.writerPid, pid);
   crashPoint<"attach: process noted">();

@@ -217,8 +217,13 @@ FileDescriptor TableFile::lock() const {
 bool TableFile::locked() const {
   const FileDescriptor file(::openat(directory_.get(), lockFile_.c_str(),
                                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file && errno == ENOENT) return false;
+  if (!file) refuseErrno("open the file " + lockFile_);
   struct flock lock = wholeFile(F_RDLCK);
-  return file && ::fcntl(file.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  if (::fcntl(file.get(), F_OFD_GETLK, &lock) != 0) {
+    refuseErrno("look at the lock of the file " + lockFile_);
+  }
+  return lock.l_type != F_UNLCK;
 }
 
 void TableFile::refuseHolder() const {
@@ -226,7 +231,8 @@ void TableFile::refuseHolder() const {
   text << "shared table \"" << name_ << "\": ";
   const auto file = open(Access::read);
   const auto header = file ? readHeader(*file) : std::nullopt;
-  if (header && header->writerPid != 0 && processStart(header->writerPid) == header->writerStart) {
+  if (header && header->writerPid != 0 &&
+      processStart(header->writerPid, name_) == header->writerStart) {
     text << "its writer is process " << header->writerPid;
     if (header->writerPid == static_cast<uint32_t>(::getpid())) text << " (this one)";
   } else {
@@ -242,9 +248,14 @@ std::optional<FileDescriptor> TableFile::open(Access access) const {
 // What a creator left behind that was killed. Anything else in its place stays where it is.
 void TableFile::removeLeftover() const {
   struct stat status;
-  if (::fstatat(directory_.get(), temporary_.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (::fstatat(directory_.get(), temporary_.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno == ENOENT) return;
+    refuseErrno("look at the file " + temporary_);
+  }
   checkPlain(status, temporary_);
-  ::unlinkat(directory_.get(), temporary_.c_str(), 0);
+  if (::unlinkat(directory_.get(), temporary_.c_str(), 0) != 0) {
+    refuseErrno("remove the file " + temporary_);
+  }
 }
 
 FileDescriptor TableFile::create(uint64_t size,
@@ -281,16 +292,18 @@ void TableFile::remove() const {
   crashPoint<"remove: file gone">();
 }
 
-std::optional<Header> TableFile::readHeader(const FileDescriptor& file) {
+std::optional<Header> TableFile::readHeader(const FileDescriptor& file) const {
   Header header;
   const ssize_t size = ::pread(file.get(), &header, sizeof header, 0);
+  if (size < 0) refuseErrno("read the file");
   if (size != static_cast<ssize_t>(sizeof header)) return std::nullopt;
   return header;
 }
 
-uint64_t TableFile::sizeOf(const FileDescriptor& file) {
+struct stat TableFile::statusOf(int file) const {
   struct stat status;
-  return ::fstat(file.get(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+  if (::fstat(file, &status) != 0) refuseErrno("look at the file");
+  return status;
 }
 
 void TableFile::refuse(const std::string& what) const {
@@ -305,17 +318,19 @@ void TableFile::refuseErrno(const std::string& attempted) const {
 
 // The fields after the name, which is in parentheses and may contain anything; the start time is
 // the twenty-second of all.
-std::optional<uint64_t> processStart(uint32_t pid) {
+std::optional<uint64_t> processStart(uint32_t pid, const std::string& tablePath) {
   char path[32];
   std::snprintf(path, sizeof(path), "/proc/%" PRIu32 "/stat", pid);
   const Kit::FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
-  if (!file && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
-    AttachException::throwException(std::string("cannot open ") + path + ": " +
-                                    std::strerror(errno));
-  }
   char line[1024];
-  const ssize_t length = file ? ::read(file.get(), line, sizeof(line)) : 0;
-  std::string_view left(line, length > 0 ? static_cast<size_t>(length) : 0);
+  const ssize_t length = file ? ::read(file.get(), line, sizeof(line)) : -1;
+  if (length < 0) {
+    if (errno == ENOENT || errno == ESRCH) return std::nullopt;
+    const char* reason = std::strerror(errno);
+    AttachException::throwException("shared table \"" + tablePath + "\": cannot read " + path +
+                                    ": " + reason);
+  }
+  std::string_view left(line, static_cast<size_t>(length));
   left.remove_prefix(std::min(left.rfind(')'), left.size()));
   for (int field = 2; field < 22; ++field) {
     left.remove_prefix(std::min(left.find(' '), left.size()));

@@ -42,7 +42,7 @@ class TableFile {
   // Becomes the table's writer. The lock lasts as long as the descriptor. Throws
   // WriterPresentException, which names the holder.
   FileDescriptor lock() const;
-  // Whether a writer holds the lock.
+  // Whether a writer holds the lock. Throws AttachException if that cannot be told.
   bool locked() const;
 
   // The table's file, or none if it is not there.
@@ -52,9 +52,10 @@ class TableFile {
   FileDescriptor create(uint64_t size, const std::function<void(FileDescriptor)>& fill) const;
   void remove() const;
 
-  // The header, or none if the file is shorter than one.
-  static std::optional<Header> readHeader(const FileDescriptor& file);
-  static uint64_t sizeOf(const FileDescriptor& file);
+  // The header, or none if the file is shorter than one. Throws AttachException.
+  std::optional<Header> readHeader(const FileDescriptor& file) const;
+  // What the kernel says of the open file. Throws AttachException.
+  struct stat statusOf(int file) const;
 
   // Throws AttachException: the file's path, and `what`.
   [[noreturn]] void refuse(const std::string& what) const;
@@ -80,8 +81,8 @@ class TableFile {
 };
 
 // When a process started, in clock ticks after boot; none if there is no such process. Tells a
-// process from a later one with the same id. Throws AttachException when there is no descriptor
-// or no memory left to look with.
-std::optional<uint64_t> processStart(uint32_t pid);
+// process from a later one with the same id. Throws AttachException, in the name of the table for
+// whose sake it is asked, if that cannot be told.
+std::optional<uint64_t> processStart(uint32_t pid, const std::string& tablePath);
 
 }  // namespace Shoal

@@ -83,9 +83,7 @@ void TableWriter<Shape>::reserve(uint64_t entries) {
   const auto slots = static_cast<uint32_t>(entries);
   ensureSlot(slots - 1);
   index_.ensureRoom(slots);
-  const uint64_t changes = header().changes + entries;
-  const uint32_t lastRecord = table_.plan.ringRecords - 1;
-  ensureRecord(static_cast<uint32_t>(std::min<uint64_t>(changes, lastRecord)));
+  ensureChanges(entries);
 }
 
 template <class Shape>
@@ -97,10 +95,12 @@ bool TableWriter<Shape>::erase(const std::byte* key) {
 }
 
 // From the highest slot down, so that the slots are used again from the lowest up. What is left of
-// a damaged table is as sound as that of any other.
+// a damaged table is as sound as that of any other. Without memory to tell of all the changes, not
+// one is made.
 template <class Shape>
 void TableWriter<Shape>::clear() {
   recount();
+  ensureChanges(header().live);
   for (uint32_t slot = table_.highWater(); slot-- != 0;) {
     if (kindOf(table_.slot(slot).state) == slotLive) eraseSlot(slot);
     crashPoint<"clear: slot passed">();
@@ -283,6 +283,12 @@ template <class Shape>
 template <class Shape>
 [[gnu::always_inline]] inline void TableWriter<Shape>::ensureChange() {
   ensureRecord(static_cast<uint32_t>(header().changes + 1) & (table_.plan.ringRecords - 1));
+}
+
+template <class Shape>
+void TableWriter<Shape>::ensureChanges(uint64_t count) {
+  const uint64_t last = std::min<uint64_t>(header().changes + count, table_.plan.ringRecords - 1);
+  ensureRecord(static_cast<uint32_t>(last));
 }
 
 template <class Shape>

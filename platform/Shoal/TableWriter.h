@@ -48,6 +48,7 @@ class TableWriter {
 
   void ensureSlot(uint32_t slot);
   void ensureChange();
+  void ensureChanges(uint64_t count);
   void ensureRecord(uint32_t record);
   uint32_t claimElements(uint64_t offset, uint64_t stride, uint32_t claimed, uint32_t wanted,
                          uint32_t limit);

@@ -375,6 +375,14 @@ TEST(TablePaths, OfAllTablesBelowARootAreListedInOrder) {
   EXPECT_TRUE(Shoal::tablesBelow(root.path() / "missing").empty());
 }
 
+TEST(TablePaths, OfTablesBelowARootThatCannotBeReadAreAnErrorAndNotNone) {
+  TempRoot root;
+  contentsAre(root.path() / "stray", {'x'});
+  const std::string path = (root.path() / "stray").string();
+  EXPECT_EQ(thrown<AttachException>([&] { Shoal::tablesBelow(path); }),
+            "tables below \"" + path + "\": cannot list them: Not a directory");
+}
+
 TEST(TablePaths, MakeDirectoriesAndFilesForOwnerAndGroupOnly) {
   TempRoot root;
   const auto store = writer<Tiny>(root, 4);
@@ -583,6 +591,15 @@ TEST(StatusOfATable, IsWhatItsHeaderAndItsFileSay) {
   EXPECT_EQ(status.writerPid, ::getpid());
   EXPECT_GT(status.bytes, 10u * 64);
   EXPECT_LT(status.bytes, 256u << 10);
+}
+
+TEST(StatusOfATable, WhoseLockCannotBeLookedAtIsAnErrorAndNotThatItHasNoWriter) {
+  TempRoot root;
+  const auto store = writer<Tiny>(root, 4);
+  std::filesystem::rename(root.path() / "a/b/table.lock", root.path() / "a/b/elsewhere");
+  std::filesystem::create_symlink("elsewhere", root.path() / "a/b/table.lock");
+  expectPart(thrown<AttachException>([&] { Shoal::tableStatus(root, tableName); }),
+             "cannot open the file table.lock: Too many levels of symbolic links");
 }
 
 TEST_F(Refused, OrNotAStatusNeverShowsMoreEntriesThanPlaces) {

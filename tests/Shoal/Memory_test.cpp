@@ -135,6 +135,26 @@ TEST(FullFileSystemWithATable, RefusesToReserveMoreThanItHasAndStaysAsItIs) {
   EXPECT_TRUE(map.put(Route::make(2, 1)));
 }
 
+// The first claim for records of changes has room for 2,730 of them.
+TEST(FullFileSystemWithATable, WithoutRoomToTellOfAllRemovalsIsNotEmptiedInPart) {
+  const SmallFileSystem small("1m");
+  if (!small.mounted()) GTEST_SKIP() << "cannot mount a file system here: " << small.reason();
+  MapOf<Tiny> map(writer<Tiny>(small.path(), 4000));
+  Model<Tiny> model;
+  for (uint32_t number = 0; number < 1500; ++number) {
+    map.put(Tiny::make(number, 1));
+    model[Tiny::keyOf(number)] = Tiny::make(number, 1);
+  }
+  fill(small.path() / "filler");
+  EXPECT_THROW(map.store()->clear(), MemoryResourceException);
+  expectSame(map, model);
+  EXPECT_EQ(Shoal::tableStatus(small.path(), tableName).changes, 1500u);
+  std::filesystem::remove(small.path() / "filler");
+  map.store()->clear();
+  EXPECT_EQ(map.size(), 0u);
+  EXPECT_EQ(Shoal::tableStatus(small.path(), tableName).changes, 3000u);
+}
+
 // The memory for the next change is claimed when there is one, not when a writer attaches.
 TEST(FullFileSystemWithATable, StillTakesAWriter) {
   const SmallFileSystem small("96k");
@@ -204,6 +224,7 @@ TEST(NewTableOfAProcess, WithoutDescriptorsLeftIsAnErrorThatSaysSoAndLeavesNothi
     EXPECT_EQ(firstFree(), before);
     if (made) break;
     ++refused;
+    EXPECT_TRUE(text.starts_with("shared table \"a/b/table\"")) << text;
     EXPECT_NE(text.find(": Too many open files"), std::string::npos) << text;
     EXPECT_FALSE(std::filesystem::exists(root.path() / "a/b/table.shoal.new"));
   }

@@ -1,0 +1,32 @@
+#include "torture/Holdings.h"
+
+#include <algorithm>
+#include <fstream>
+
+namespace Torture {
+
+namespace fs = std::filesystem;
+
+Holdings Holdings::now() {
+  Holdings result;
+  result.files = static_cast<size_t>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    result.tables += line.find(".shoal") != std::string::npos;
+    result.guards += line.find(" ---p ") != std::string::npos;
+  }
+  return result;
+}
+
+std::vector<std::string> filesBelow(const fs::path& root) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (fs::recursive_directory_iterator at(root, error), end; !error && at != end; ++at) {
+    if (!at->is_directory()) names.push_back(at->path().lexically_relative(root));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace Torture

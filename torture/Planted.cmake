@@ -180,6 +180,29 @@ plant(memory-not-claimed Memory.cpp
 plant(file-size-not-checked TableFormat.cpp
   [[{"file size", fileSize, expected.fileSize}]] [[{"file size", fileSize, fileSize}]])
 plant(slots-in-use-not-checked TableView.h [[(value > plan.capacity)]] [[(value > plan.capacity * 64)]])
+# Calls that the kernel refuses.
+plant(file-not-sized-goes-on TableFile.cpp
+  [[    if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) refuseErrno("size the file");]]
+  [[    if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) errno = 0;]])
+plant(interrupted-claim-not-made-again Memory.cpp
+  [[  } while (result != 0 && errno == EINTR);]] [[  } while (false);]])
+plant(half-made-file-kept TableFile.cpp
+  [[  } catch (...) {
+    ::unlinkat(directory_.get(), temporary_.c_str(), 0);
+    throw;
+  }]] [[  } catch (...) {
+    throw;
+  }]])
+plant(descriptor-kept-when-a-directory-is-refused TableFile.cpp
+  [[  if (::fstat(directory.get(), &status) != 0) refuseErrno("look at the directory " + part);]]
+  [[  if (::fstat(directory.get(), &status) != 0) {
+    const int refused = errno;
+    static_cast<void>(::dup(directory.get()));
+    errno = refused;
+    refuseErrno("look at the directory " + part);
+  }]])
+plant(emptied-in-part TableWriter.cpp [[  ensureChanges(header().live);
+]] "")
 
 # Files and processes.
 plant(lock-not-taken TableFile.cpp

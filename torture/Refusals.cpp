@@ -4,8 +4,8 @@
 // whose text tells the table and the kernel's reason; the table is as it was, or as it is to be;
 // nothing is kept; and the next call works.
 #include <fmt/format.h>
-#include <linux/fs.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,9 +13,11 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
-#include <memory>
+#include <functional>
+#include <optional>
 #include <random>
 #include <set>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -51,97 +53,77 @@ constexpr uint32_t manySignals = 50;
 // A kind of call: errors that an operation may fail with, and those that no caller is to see.
 struct Kind {
   const char* name;
-  std::vector<long> numbers;  // on a processor of 32 bits, several calls do the same
-  std::vector<int> errors;
-  std::vector<int> harmless;
+  std::vector<long> numbers;
+  std::vector<int> errors, harmless;
 };
 
 const std::vector<Kind>& kinds() {
   static const std::vector<Kind> all{
       {"open",
-       {SYS_openat,
-#ifdef SYS_open
-        SYS_open
-#endif
-       },
+       {SYS_openat},
        {EMFILE, ENFILE, ENOMEM, EACCES, EPERM, EIO, ENOSPC, EDQUOT, EINTR},
        {}},
       {"mkdir", {SYS_mkdirat}, {EACCES, EPERM, EROFS, EMLINK, ENOMEM, ENOSPC, EDQUOT, EIO}, {}},
-      {"stat",
-       {SYS_fstat, SYS_statx,
-#ifdef SYS_newfstatat
-        SYS_newfstatat,
-#endif
-#ifdef SYS_fstat64
-        SYS_fstat64, SYS_fstatat64
-#endif
-       },
-       {EACCES, ENOMEM, EIO},
-       {}},
-      {"statfs",
-       {SYS_fstatfs,
-#ifdef SYS_fstatfs64
-        SYS_fstatfs64
-#endif
-       },
-       {},
-       {EIO, ENOMEM, ENOSYS}},
+      {"stat", {SYS_fstat, SYS_statx}, {EACCES, ENOMEM, EIO}, {}},
+      {"statfs", {SYS_fstatfs}, {}, {EIO, ENOMEM, ENOSYS}},
       // The rights stay those that the umask has left, which are fewer and never more.
       {"chmod", {SYS_fchmod}, {}, {EPERM, EROFS, EIO}},
-      {"truncate",
-       {SYS_ftruncate,
-#ifdef SYS_ftruncate64
-        SYS_ftruncate64
-#endif
-       },
-       {ENOSPC, EDQUOT, EFBIG, EPERM, EIO, EINTR},
-       {}},
+      {"truncate", {SYS_ftruncate}, {ENOSPC, EDQUOT, EFBIG, EPERM, EIO, EINTR}, {}},
       {"fallocate",
        {SYS_fallocate},
        {ENOSPC, EDQUOT, ENOMEM, EFBIG, EOPNOTSUPP, EPERM, EIO},
        {EINTR}},
-      {"fcntl",
-       {SYS_fcntl,
-#ifdef SYS_fcntl64
-        SYS_fcntl64
-#endif
-       },
-       {EAGAIN, EACCES, ENOLCK, EMFILE, EINTR},
-       {}},
+      {"fcntl", {SYS_fcntl}, {EAGAIN, EACCES, ENOLCK, EMFILE, EINTR}, {}},
       {"rename", {SYS_renameat2}, {ENOSPC, EDQUOT, ENOMEM, EACCES, EPERM, EROFS, EINVAL, EIO}, {}},
       {"unlink", {SYS_unlinkat}, {EACCES, EPERM, EROFS, EBUSY, ENOMEM, EIO}, {}},
       {"read", {SYS_read, SYS_pread64, SYS_getdents64}, {EIO, ENOMEM, EINTR}, {}},
-      {"map",
-       {SYS_mmap,
-#ifdef SYS_mmap2
-        SYS_mmap2
-#endif
-       },
-       {ENOMEM, EAGAIN, ENFILE, EPERM, ENODEV},
-       {}},
+      {"map", {SYS_mmap}, {ENOMEM, EAGAIN, ENFILE, EPERM, ENODEV}, {}},
       {"advise", {SYS_madvise}, {}, {ENOMEM, EINVAL, EAGAIN, EBUSY, EFAULT, EINTR}},
       // Whoever sleeps looks again in any case.
       {"futex", {SYS_futex}, {}, {EINTR, EAGAIN, ETIMEDOUT, EFAULT, ENOMEM}},
-      // The kernel cannot refuse these, or not so that anybody could do something about it: a
-      // descriptor is gone also when closing it fails, and what is unmapped is a map's own ends.
-      {"",
-       {SYS_close, SYS_munmap, SYS_brk, SYS_getpid, SYS_geteuid,
-#ifdef SYS_geteuid32
-        SYS_geteuid32,
-#endif
-#ifdef SYS_ugetrlimit
-        SYS_ugetrlimit,
-#endif
-        SYS_prlimit64, SYS_clock_gettime},
-       {},
-       {}},
+      // Not refused. A descriptor is gone also when closing it fails; what is unmapped is a map of
+      // one's own, or an end of it, which takes no memory; a heap that cannot grow is the concern
+      // of the tests of allocation; and the others cannot fail.
+      {"", {SYS_close, SYS_munmap, SYS_brk}, {}, {}},
+      {"", {SYS_getpid, SYS_geteuid, SYS_prlimit64, SYS_clock_gettime}, {}, {}},
   };
   return all;
 }
 
+// Of calls that do the same for numbers or structures of other sizes, the one of the table above.
+long usual(long number) {
+  switch (number) {
+#ifdef SYS_newfstatat
+    case SYS_newfstatat:
+      return SYS_fstat;
+#endif
+#ifdef SYS_mmap2
+    case SYS_mmap2:
+      return SYS_mmap;
+    case SYS_fstat64:
+      return SYS_fstat;
+    case SYS_fstatat64:
+      return SYS_fstat;
+    case SYS_fstatfs64:
+      return SYS_fstatfs;
+    case SYS_ftruncate64:
+      return SYS_ftruncate;
+    case SYS_fcntl64:
+      return SYS_fcntl;
+    case SYS_geteuid32:
+      return SYS_geteuid;
+    case SYS_ugetrlimit:
+      return SYS_prlimit64;
+#endif
+    default:
+      return number;
+  }
+}
+
 const Kind* kindOf(uint16_t number) {
   for (const Kind& kind : kinds()) {
-    if (std::count(kind.numbers.begin(), kind.numbers.end(), number) != 0) return &kind;
+    const auto& numbers = kind.numbers;
+    if (std::count(numbers.begin(), numbers.end(), usual(number)) != 0) return &kind;
   }
   return nullptr;
 }
@@ -285,31 +267,45 @@ std::vector<Trial> allTrials() {
 
 // --- One try ------------------------------------------------------------------------------------
 
+// What is refused, and whether the operation may then fail.
+struct Fault {
+  Refusal refusal;
+  const Kind* kind = nullptr;
+  bool mayFail = false;
+  std::string text;  // for findings
+
+  // The kernel says with these that somebody else holds the lock.
+  bool isOfAHeldLock() const {
+    const bool isLock = kind != nullptr && kind->numbers.front() == SYS_fcntl;
+    return isLock && (refusal.error == EAGAIN || refusal.error == EACCES);
+  }
+};
+
 // A process that runs a trial whose calls are refused, and looks at what comes of it.
 class Try {
  public:
-  Try(const Trial& trial, const Course& course, const path& root, SystemCalls& calls, int error,
-      bool mayFail, Examiner& examiner, Tally& tally)
-      : operation_(trial.operation),
+  Try(const Operation& operation, const Course& course, const path& root, const Fault& fault,
+      Tally& tally)
+      : operation_(operation),
         course_(course),
         root_(root),
-        calls_(calls),
-        error_(error),
-        mayFail_(mayFail),
-        examiner_(examiner),
-        tally_(tally) {}
+        fault_(fault),
+        tally_(tally),
+        examiner_(tally, operation.shape) {
+    examiner_.contextIs(fault.text);
+  }
 
-  void run() {
+  void run(SystemCalls& calls) {
     const Holdings before = Holdings::now();
     if (operation_.attaches) {
-      step(0, course_.between(0), [&] { operation_.attaches(root_); });
+      step(calls, 0, course_.between(0), [&] { operation_.attaches(root_); });
     } else {
       const Store table =
           Shoal::attachWriter(root_, tableName, operation_.shape.layout, operation_.shape.capacity);
       for (size_t at = 0; at < operation_.steps.size(); ++at) {
         // What is refused leaves the table as it was.
         const Between unchanged{course_.contents[at], course_.contents[at], course_.changes[at]};
-        step(at, unchanged, [&] { operation_.steps[at](*table); });
+        step(calls, at, unchanged, [&] { operation_.steps[at](*table); });
       }
     }
     if (!(Holdings::now() == before)) found(&Tally::leaked, "something is kept at the end");
@@ -317,10 +313,11 @@ class Try {
 
  private:
   // Takes the step under refusals and, if that fails, once more without.
-  void step(size_t at, const Between& whenRefused, const std::function<void()>& body) {
+  void step(SystemCalls& calls, size_t at, const Between& whenRefused,
+            const std::function<void()>& body) {
     const Holdings held = Holdings::now();
     const std::vector<std::string> files = filesBelow(root_);
-    if (!attempt([&] { calls_.during(body); }, mayFail_)) {
+    if (!attempt([&] { calls.during(body); }, true)) {
       if (!(Holdings::now() == held)) found(&Tally::leaked, "something is kept after the error");
       expectNothingHalfMade(files);
       examiner_.newReader(root_, tableName, whenRefused);
@@ -330,30 +327,31 @@ class Try {
     examiner_.newReader(root_, tableName, {after, after, course_.changes[at + 1]});
   }
 
-  bool attempt(const std::function<void()>& body, bool mayFail) {
+  // Whether it came to its end.
+  bool attempt(const std::function<void()>& body, bool isRefused) {
     try {
       body();
       return true;
     } catch (const WrongAnswer& wrong) {
       found(&Tally::torn, wrong.what());
     } catch (const Guard::MemoryResourceException& error) {
-      judge(error.message(), mayFail);
+      judge(error.message(), isRefused);
     } catch (const Shoal::AttachException& error) {
-      judge(error.message(), mayFail);
+      judge(error.message(), isRefused);
     } catch (const Shoal::WriterPresentException& error) {
-      // A lock that is refused so is held by somebody else.
-      if (error_ != EAGAIN && error_ != EACCES) judge(error.message(), mayFail);
+      if (!isRefused || !fault_.isOfAHeldLock()) judge(error.message(), isRefused);
     } catch (const std::exception& error) {
       found(&Tally::torn, fmt::format("another exception: {}", error.what()));
     }
     return false;
   }
 
-  void judge(const std::string& text, bool mayFail) {
+  void judge(const std::string& text, bool isRefused) {
+    if (!isRefused) return found(&Tally::lost, "it fails again, with nothing refused: " + text);
+    if (!fault_.mayFail) return found(&Tally::lost, "an error where there need be none: " + text);
     const bool isNamed = text.starts_with("shared table \"" + tableName + "\"") ||
                          text.starts_with("tables below \"" + root_.string() + "\"");
-    const bool hasReason = text.find(std::strerror(error_)) != std::string::npos;
-    if (!mayFail) found(&Tally::lost, "an error where there need be none: " + text);
+    const bool hasReason = text.find(std::strerror(fault_.refusal.error)) != std::string::npos;
     if (!isNamed || !hasReason) found(&Tally::torn, "an error without its reason: " + text);
   }
 
@@ -372,11 +370,9 @@ class Try {
   const Operation& operation_;
   const Course& course_;
   const path& root_;
-  SystemCalls& calls_;
-  int error_;
-  bool mayFail_;
-  Examiner& examiner_;
+  const Fault& fault_;
   Tally& tally_;
+  Examiner examiner_;
 };
 
 // --- The campaign -------------------------------------------------------------------------------
@@ -405,32 +401,49 @@ class RefusalCampaign {
   }
 
   void refuseEach(const Trial& trial) {
+    const char* name = trial.operation.name;
+    doing(fmt::format("refusals: {}", name));
     const Course course = courseOf(trial.operation);
-    doing(fmt::format("refusals: {}", trial.operation.name));
-    tryOnce(trial, course, {}, true, fmt::format("{} with nothing refused", trial.operation.name));
+    tryOnce(trial, course,
+            {{}, nullptr, false, fmt::format("refusals: {}, nothing refused", name)});
     const CallList list = *list_;
-    if (setting_.verbose) fmt::print("{:<36} {:>6} calls\n", trial.operation.name, list.count);
+    if (setting_.verbose) fmt::print("{:<36} {:>6} calls\n", name, list.count);
     if (list.count > CallList::most) {
-      shared_.found(&Tally::lost, fmt::format("{}: {} calls", trial.operation.name, list.count));
+      return shared_.found(&Tally::lost, fmt::format("{}: {} calls", name, list.count));
     }
-    for (uint32_t at = 0; at < std::min<uint32_t>(list.count, CallList::most); ++at) {
+    for (uint32_t at = 0; at < list.count; ++at) {
       const Kind* kind = kindOf(list.numbers[at]);
       if (kind == nullptr) {
         reportUnknown(trial, list.numbers[at]);
         continue;
       }
-      for (const bool mayFail : {true, false}) {
-        for (const int error : mayFail ? kind->errors : kind->harmless) {
-          for (const uint32_t times : {1u, error == EINTR ? manySignals : forEver}) {
-            // A slice is a part of all.
-            if (setting_.slice && random_() % sliceOf != 0) continue;
-            tryOnce(trial, course, {at, times, error}, mayFail,
-                    fmt::format("{}: call {} of {}, {}, refused {} with {}", trial.operation.name,
-                                at + 1, list.count, kind->name,
-                                times == 1 ? "once" : "from then on", ::strerrorname_np(error)));
-          }
-        }
+      const std::string call =
+          fmt::format("refusals: {}: call {} of {}, {}", name, at + 1, list.count, kind->name);
+      for (const int error : partOf(kind->errors)) {
+        refuse(trial, course, {{at, 1, error}, kind, true, call});
       }
+      for (const int error : partOf(kind->harmless)) {
+        refuse(trial, course, {{at, 1, error}, kind, false, call});
+      }
+    }
+  }
+
+  // All of them; in a slice, one.
+  std::vector<int> partOf(const std::vector<int>& errors) {
+    if (!setting_.slice || errors.empty()) return errors;
+    return {errors[random_() % errors.size()]};
+  }
+
+  // Once, which a slice does now and then, and from then on.
+  void refuse(const Trial& trial, const Course& course, const Fault& fault) {
+    const int error = fault.refusal.error;
+    for (const bool isOnce : {true, false}) {
+      if (setting_.slice && isOnce && random_() % 10 != 0) continue;
+      Fault one = fault;
+      if (!isOnce) one.refusal.times = error == EINTR ? manySignals : forEver;
+      one.text += fmt::format(", refused {} with {}", isOnce ? "once" : "from then on",
+                              ::strerrorname_np(error));
+      tryOnce(trial, course, one);
     }
   }
 
@@ -441,37 +454,32 @@ class RefusalCampaign {
                                             trial.operation.name, number));
   }
 
-  void tryOnce(const Trial& trial, const Course& course, const Refusal& refusal, bool mayFail,
-               const std::string& what) {
+  void tryOnce(const Trial& trial, const Course& course, const Fault& fault) {
     const PrivateDirectory directory;
     const path root = directory.path() / "root";
     prepare(trial.operation, root);
     if (trial.before) trial.before(root);
-    doing(what);
+    doing(fault.text);
     const ChildEnd end = runChild(longestTry, [&] {
       Tally tally;
-      Examiner examiner(tally, trial.operation.shape);
-      examiner.contextIs("refusals: " + what);
-      SystemCalls calls(*list_, refusal);
-      Try(trial, course, root, calls, refusal.error, mayFail, examiner, tally).run();
+      SystemCalls calls(*list_, fault.refusal);
+      Try(trial.operation, course, root, fault, tally).run(calls);
       shared_.add(tally);
       return 0;
     });
     shared_.add(&Tally::rounds);
-    if (refusal.times != 0) shared_.add(&Tally::faults);
+    if (fault.kind != nullptr && list_->count > fault.refusal.at) shared_.add(&Tally::faults);
     if (!end.ok()) {
       return shared_.found(end.timedOut ? &Tally::hung : &Tally::torn,
-                           fmt::format("refusals: {}: the process {}", what, end.text()));
+                           fmt::format("{}: the process {}", fault.text, end.text()));
     }
     Tally tally;
     Examiner examiner(tally, trial.operation.shape);
-    examiner.contextIs("refusals: " + what + ", and then");
+    examiner.contextIs(fault.text + ", and then");
     const auto& last = course.contents.back();
     examiner.nextWriter(root, tableName, {last, last, course.changes.back()});
     shared_.add(tally);
   }
-
-  static constexpr uint64_t sliceOf = 10;
 
   const Setting& setting_;
   std::mt19937_64 random_;

@@ -74,6 +74,31 @@ TEST(DamagedHighWater, DoesNotLetAnInsertOverwriteAnEntryAboveIt) {
   EXPECT_FALSE(map.has(Tiny::keyOf(9)));
 }
 
+TEST(DamagedSlot, WithoutAStateIsLeftOutOfALargerIndex) {
+  const TempRoot root;
+  const auto store = writerOfTiny(root, 2000);
+  MapOf<Tiny> map(store);
+  map.put(Tiny::make(0, 1));
+  map.put(Tiny::make(1, 1));
+  store->view().slot(0).state = Shoal::slotEmpty;
+  for (uint32_t number = 2; number < 1000; ++number) map.put(Tiny::make(number, 1));
+  ASSERT_GT(store->view().indexLevel(), 0u);
+  EXPECT_FALSE(map.has(Tiny::keyOf(0)));
+  for (uint32_t number = 1; number < 1000; ++number) ASSERT_TRUE(map.has(Tiny::keyOf(number)));
+  EXPECT_EQ(Shoal::checkTable(*store).indexWords, 999u);
+}
+
+TEST(DamagedCount, OfNoneRefusesARemoval) {
+  const TempRoot root;
+  const auto store = writerOfTiny(root, 8);
+  MapOf<Tiny> map(store);
+  map.put(Tiny::make(1, 1));
+  store->view().header().live = 0;
+  const std::string text = thrown<CorruptionDetectedException>([&] { map.erase(Tiny::keyOf(1)); });
+  EXPECT_NE(text.find("an entry in slot 0 of none"), std::string::npos) << text;
+  EXPECT_TRUE(map.has(Tiny::keyOf(1)));
+}
+
 // A hint of generation 0 says that it has no place yet. In a table of generation 0 every hint said
 // so, and a walk over entries that the index did not know began again and again.
 TEST(DamagedGeneration, OfZeroLetsAWalkComeToItsEnd) {

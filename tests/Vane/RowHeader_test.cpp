@@ -340,6 +340,21 @@ TEST(Clear, OfAViewKeepsOffsetAndViewFlag) {
   EXPECT_EQ(hex(parent), "0e 00 00 00 08 00 06 80 06 00 00 00 00 00");
 }
 
+TEST(Clear, OfAViewWhoseParentHasGoneTakesAFreshBuffer) {
+  BaseRow parent(8);
+  setNested(parent, 4, BaseRow(6), 8);
+  BaseRow view;
+  parent.getColumnStruct(4, view);
+  parent = BaseRow();
+  ASSERT_EQ(view.buffer().use_count(), 1);
+  const VaRowBuf* before = view.buffer().get();
+  view.clear(4);
+  EXPECT_NE(view.buffer().get(), before);
+  EXPECT_EQ(view.buffer()->length(), 14);
+  EXPECT_EQ(hex(view), "04 00 00 00");
+  EXPECT_TRUE(view.isView());
+}
+
 TEST(Clear, BeyondTheBufferRaisesTheAssertion) {
   BaseRow row(8, 16);
   try {

@@ -284,7 +284,8 @@ class BaseRow {
   // Records in the column's descriptor where its body now lies.
   void updateVCT(len_t col, len_t offset, len_t length);
   // Moves the bodies of the row type's columns, in the order in which they lie, to follow the fixed
-  // area without gaps. Returns the row length that results; recording it is the caller's part.
+  // area without gaps, in a buffer of the row's own. Returns the row length that results; recording
+  // it is the caller's part.
   len_t compactVariableData(len_t baseRowLength);
 
   // Reached without a call, also from a library that is loaded later: it is small enough for the

@@ -148,6 +148,7 @@ VColType* BaseRow::lowestBody(const vcdType& columns, uint32_t from) {
 
 len_t BaseRow::compactVariableData(len_t baseRowLength) {
   needBuffer();
+  makePrivate();
   const vcdType& columns = vcd();
   // Walking the bodies from end to start of the next meets every one, unless some overlap.
   const auto bodies = std::count_if(columns.begin(), columns.end(),

@@ -55,6 +55,14 @@ plant(reader-does-not-look-again TableView.h
   [=[  if (look(head.sequence) != sequence) [[unlikely]]
     return Seen::moved;
 ]=] "")
+plant(walk-leaves-out-what-moves TableReader.cpp
+  [=[      if (seen == Seen::moved) [[unlikely]]
+        seen = readAgain(slot, out);
+]=] "")
+plant(batch-goes-on-behind-its-first-entry TableReader.cpp
+  [[  hint.keyHash = keyMark(out - shape.entrySize + shape.keyOffset, shape.keySize);]]
+  [[  hint.keyHash = keyMark(out - shape.entrySize + shape.keyOffset, shape.keySize);
+  if (out - entries > shape.entrySize) hint.slot -= 1;]])
 # What a processor may make of loads or stores without an order, on one that keeps them in order.
 plant(reader-looks-again-too-early TableView.h
   [[  copyOut(copy.data(), entry, table.shape.entrySize);

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <ctime>
 #include <random>
@@ -81,6 +82,7 @@ class Stopping {
       for (int count = 0; count < 100; ++count) {
         timed([&] { return load_.lookUp(*watching_, random_() % load_.keys()); });
         timed([&] { return load_.walk(*watching_); });
+        timed([&] { return load_.walk(*watching_, Busy::isAnAnswer, load_.someEntries); });
       }
       tally_.add(&Tally::rounds);
       tally_.add(&Tally::faults);
@@ -128,7 +130,11 @@ class Stopping {
     for (size_t at = 0; at < load_.keys(); ++at) {
       timed([&] { return load_.lookUp(*watching_, at, Busy::isAFault); });
     }
+    std::array<size_t, Load<Entry>::mostInBatch> places;
+    for (size_t& at : places) at = random_() % load_.keys();
+    timed([&] { return load_.lookUp(*watching_, places, Busy::isAFault); });
     timed([&] { return load_.walk(*watching_, Busy::isAFault); });
+    timed([&] { return load_.walk(*watching_, Busy::isAFault, load_.someEntries); });
   }
 
   template <class Read>

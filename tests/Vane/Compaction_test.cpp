@@ -116,6 +116,19 @@ TEST(Compaction, DoesNotRecordTheLengthAndKeepsTheCapacity) {
   EXPECT_EQ(row.buffer()->length(), 200);
 }
 
+TEST(Compaction, LeavesThoseAloneWhoShareTheBytes) {
+  PathRow row;
+  setMembers(row, {1, 2});
+  setWatch(row, {7});
+  setMembers(row, {});
+  const BaseRow witness = row;
+  const std::string before = hex(witness);
+  EXPECT_EQ(row.compactVariableData(fixedLength), 34);
+  EXPECT_EQ(hex(witness), before);
+  EXPECT_NE(row.buffer(), witness.buffer());
+  EXPECT_THAT(arrayOf(row, PathRow::watchCol), ElementsAre(7));
+}
+
 TEST(Compaction, OfARowWithoutVariableDataIsTheFixedLength) {
   PathRow row;
   EXPECT_EQ(row.compactVariableData(fixedLength), 28);

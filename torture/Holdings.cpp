@@ -1,5 +1,7 @@
 #include "torture/Holdings.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <fstream>
 
@@ -25,6 +27,13 @@ Holdings Holdings::now() {
     result.guards += guardsCount && line.find(" ---p ") != std::string::npos;
   }
   return result;
+}
+
+std::string Holdings::changed() const {
+  const Holdings after = now();
+  if (after == *this) return {};
+  return fmt::format("{} descriptors, {} maps of tables and {} guards became {}, {} and {}", files,
+                     tables, guards, after.files, after.tables, after.guards);
 }
 
 std::vector<std::string> filesBelow(const fs::path& root) {

@@ -16,6 +16,8 @@ struct Holdings {
   size_t guards = 0;
 
   static Holdings now();
+  // What of it is there now and was not, or is not any more; nothing if it is the same.
+  std::string changed() const;
   friend bool operator==(const Holdings&, const Holdings&) = default;
 };
 

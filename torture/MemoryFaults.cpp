@@ -141,7 +141,9 @@ class Round {
     if (!text) return true;
     tally_.add(&Tally::faults);
     if (!isNamed(*text)) finding(&Tally::torn, "an error without a reason: " + *text);
-    if (!(Holdings::now() == before)) finding(&Tally::leaked, "something is kept after: " + *text);
+    if (const std::string kept = before.changed(); !kept.empty()) {
+      finding(&Tally::leaked, kept + " after: " + *text);
+    }
     return false;
   }
 
@@ -386,7 +388,9 @@ void attachUnder(SharedTally& tally, const std::string& name, uint64_t steps, ui
       isMade = judged(
           [&] { Shoal::attachWriter(ground.path() / "made", tableName, Route::layout(), 300); });
     }
-    if (!(Holdings::now() == before)) round.finding(&Tally::leaked, "something is kept");
+    if (const std::string kept = before.changed(); !kept.empty()) {
+      round.finding(&Tally::leaked, kept);
+    }
     if (!isMade) round.expectNothingHalfMade(ground.path() / "made");
     there.compare();
     if (!made.attach()) round.finding(&Tally::lost, "no table, without the limit");

@@ -308,7 +308,9 @@ class Try {
         step(calls, at, unchanged, [&] { operation_.steps[at](*table); });
       }
     }
-    if (!(Holdings::now() == before)) found(&Tally::leaked, "something is kept at the end");
+    if (const std::string kept = before.changed(); !kept.empty()) {
+      found(&Tally::leaked, kept + " at the end");
+    }
   }
 
  private:
@@ -318,7 +320,9 @@ class Try {
     const Holdings held = Holdings::now();
     const std::vector<std::string> files = filesBelow(root_);
     if (!attempt([&] { calls.during(body); }, true)) {
-      if (!(Holdings::now() == held)) found(&Tally::leaked, "something is kept after the error");
+      if (const std::string kept = held.changed(); !kept.empty()) {
+        found(&Tally::leaked, kept + " after the error");
+      }
       expectNothingHalfMade(files);
       examiner_.newReader(root_, tableName, whenRefused);
       attempt(body, false);

@@ -55,11 +55,13 @@ class LogTap {
   std::string text_;
 };
 
+// Of each line of the log the first: what stands behind it may be the input's own words.
 std::set<uint64_t> numbersIn(const std::string& log) {
   std::set<uint64_t> numbers;
   constexpr std::string_view field = " line=";
-  for (size_t at = log.find(field); at != std::string::npos; at = log.find(field, at + 1)) {
+  for (size_t at = log.find(field); at != std::string::npos; at = log.find(field, at)) {
     numbers.insert(std::stoull(log.substr(at + field.size(), 20)));
+    at = std::min(log.find('\n', at), log.size());
   }
   return numbers;
 }

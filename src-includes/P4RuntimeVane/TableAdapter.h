@@ -299,7 +299,16 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
 
   void rowIs(Vane::BaseRow& row, bool flag) override;
   void rowDel(const Vane::BaseRow& keyRow) override;
-  void rowDelAll() override { ((*table_).*T::delAll)(); }
+  // Of entries that cannot be read nobody is told that they are gone: who follows the changes has
+  // to read the table afresh.
+  void rowDelAll() override {
+    try {
+      ((*table_).*T::delAll)();
+    } catch (const Guard::CorruptionDetectedException&) {
+      loseChange();
+      throw;
+    }
+  }
 
  protected:
   // One change: logged, told to the observers, and what nobody needs any more dropped.

@@ -424,10 +424,10 @@ class RefusalCampaign {
       const std::string call =
           fmt::format("refusals: {}: call {} of {}, {}", name, at + 1, list.count, kind->name);
       for (const int error : partOf(kind->errors)) {
-        refuse(trial, course, {{at, 1, error}, kind, true, call});
+        refuse(trial, course, {{at, list.numbers[at], 1, error}, kind, true, call});
       }
       for (const int error : partOf(kind->harmless)) {
-        refuse(trial, course, {{at, 1, error}, kind, false, call});
+        refuse(trial, course, {{at, list.numbers[at], 1, error}, kind, false, call});
       }
     }
   }

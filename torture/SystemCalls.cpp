@@ -56,9 +56,7 @@ class SystemCalls::Judge {
     if (!isListing) return 0;
     const uint32_t place = list_.count++;
     if (place < list_.numbers.size()) list_.numbers[place] = number;
-    const bool isMeant =
-        place == refusal_.at || (place > refusal_.at && number == list_.numbers[refusal_.at]);
-    if (!isMeant || refusal_.times == 0) return 0;
+    if (place < refusal_.at || number != refusal_.number || refusal_.times == 0) return 0;
     --refusal_.times;
     return refusal_.error;
   }

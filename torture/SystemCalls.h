@@ -13,9 +13,12 @@
 
 namespace Torture {
 
+// Calls are refused by number, too: the C library makes some of its own now and then, which push
+// the others back in the list.
 struct Refusal {
-  uint32_t at = 0;     // the first call that is refused, by its place in the list, from 0
-  uint32_t times = 0;  // so many calls of its number are refused, that one and those that follow
+  uint32_t at = 0;      // no call before this place in the list is refused, from 0
+  uint16_t number = 0;  // and only calls of this number
+  uint32_t times = 0;   // so many of them
   int error = 0;
 };
 

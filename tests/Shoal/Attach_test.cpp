@@ -14,6 +14,7 @@
 #include "platform/Shoal/TableFormat.h"
 #include "platform/Trace/Trace.h"
 #include "tests/Shoal/TableTest.h"
+#include "tests/adapters/MemoryStore.h"
 
 namespace ShoalTest {
 namespace {
@@ -364,6 +365,8 @@ TEST(TablePaths, AreNamesSeparatedBySingleSlashes) {
     EXPECT_THROW(Shoal::tableFile(root, path), AttachException) << path;
     EXPECT_THROW(writer<Tiny>(root, 4, path), AttachException) << path;
   }
+  EXPECT_THROW(Shoal::tableFile(root, "a/" + std::string(201, 'b')), AttachException);
+  EXPECT_THROW(Shoal::tableFile(root, std::string("a\0b", 3)), AttachException);
   EXPECT_EQ(Shoal::tableFile(root, "a/b"), root.path() / "a/b.shoal");
 }
 
@@ -371,6 +374,7 @@ TEST(TablePaths, OfAllTablesBelowARootAreListedInOrder) {
   TempRoot root;
   for (const char* path : {"c", "a/b/d", "a/a"}) writer<Tiny>(root, 4, path);
   contentsAre(root.path() / "stray", {'x'});
+  std::filesystem::create_directory(root.path() / "directory.shoal");
   EXPECT_EQ(Shoal::tablesBelow(root), (std::vector<std::string>{"a/a", "a/b/d", "c"}));
   EXPECT_TRUE(Shoal::tablesBelow(root.path() / "missing").empty());
 }
@@ -593,6 +597,13 @@ TEST(StatusOfATable, IsWhatItsHeaderAndItsFileSay) {
   EXPECT_LT(status.bytes, 256u << 10);
 }
 
+TEST(StatusOfATable, ThatIsNotInItsDirectoryIsAnError) {
+  TempRoot root;
+  writer<Tiny>(root, 4, "a/here");
+  expectPart(thrown<AttachException>([&] { Shoal::tableStatus(root, "a/missing"); }),
+             "no such table");
+}
+
 TEST(StatusOfATable, WhoseLockCannotBeLookedAtIsAnErrorAndNotThatItHasNoWriter) {
   TempRoot root;
   const auto store = writer<Tiny>(root, 4);
@@ -659,6 +670,13 @@ TEST(Snapshot, IsACopyAsOfAttach) {
   EXPECT_THROW(Shoal::checkTable(*copy.store()), Guard::Exception);
 }
 
+TEST(Store, ThatIsNotInSharedMemoryHasNoChangesToFollowAndNothingToCheck) {
+  const auto store = std::make_shared<adapter_tests::MemoryStore>(Tiny::layout());
+  expectPart(thrown<Guard::Exception>([&] { Shoal::follow(store); }), "\"memory\"");
+  expectPart(thrown<Guard::Exception>([&] { Shoal::follow(nullptr); }), "\"\"");
+  EXPECT_THROW(Shoal::checkTable(*store), Guard::Exception);
+}
+
 TEST(Corruption, IsCountedAndNeverThrown) {
   TempRoot root;
   const auto store = writer<Tiny>(root, 4);
@@ -701,6 +719,28 @@ TEST(Corruption, OfAJournalThatKeepsAnotherKeysEntryIsReported) {
   expectPart(thrown<Guard::CorruptionDetectedException>([&] { map.has(Tiny::keyOf(1)); }),
              "the journal does not hold its entry");
   EXPECT_THROW(map.walk(), Guard::CorruptionDetectedException);
+}
+
+// As if the second put had been under way when its writer was killed. Operation at 416: kind, slot,
+// entries before, sequence.
+TEST(Corruption, OfAJournalThatKeepsAnotherKeysEntryStopsTheRepair) {
+  TempRoot root;
+  {
+    MapOf<Tiny> map(writer<Tiny>(root, 4));
+    map.put(Tiny::make(1, 1));
+    map.put(Tiny::make(1, 2));
+  }
+  std::fstream file(Shoal::tableFile(root, tableName),
+                    std::ios::binary | std::ios::in | std::ios::out);
+  const std::pair<std::streamoff, uint32_t> words[] = {
+      {4096, 3}, {416, Shoal::OperationRecord::replace}, {420, 0}, {428, 3}, {512 + 8 + 4, 2}};
+  for (const auto& [at, value] : words) {
+    file.seekp(at);
+    file.write(reinterpret_cast<const char*>(&value), 4);
+  }
+  file.flush();
+  expectPart(thrown<Guard::CorruptionDetectedException>([&] { writer<Tiny>(root, 4); }),
+             "the journal does not hold its entry");
 }
 
 TEST(Corruption, OfASlotThatIsRewrittenByNobodyIsReported) {

@@ -87,6 +87,14 @@ TEST_F(Walk, HintOfAnotherKeyIsNotTrusted) {
   EXPECT_EQ(after(Tiny::keyOf(6), hint), 7);
 }
 
+TEST_F(Walk, HintOfASlotThatIsNotThereIsNotTrusted) {
+  Shoal::IterHint hint;
+  Tiny entry{};
+  ASSERT_TRUE(map_.first(hint, entry));
+  hint.slot = 64;
+  EXPECT_EQ(after(Tiny::keyOf(0), hint), 1);
+}
+
 TEST_F(Walk, HintOutlivesTheWriter) {
   const MapOf<Tiny> watching(reader<Tiny>(root_));
   Shoal::IterHint hint;

@@ -18,10 +18,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "platform/Shoal/SharedTable.h"
@@ -180,8 +180,12 @@ class Shared {
 };
 
 inline std::vector<char> contents(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
+  std::error_code missing;
+  const auto size = std::filesystem::file_size(file, missing);
+  std::vector<char> bytes(missing ? 0 : size);
+  std::ifstream(file, std::ios::binary)
+      .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
 }
 inline void contentsAre(const std::filesystem::path& file, const std::vector<char>& bytes) {
   std::ofstream out(file, std::ios::binary | std::ios::trunc);

@@ -34,7 +34,7 @@ class ActiveReads::Filling {
 
   void give(size_t step, Image&& image) {
     bytes_ += image.bytes();
-    piece_.found.emplace_back(step, std::move(image));
+    piece_.found.push_back({step, std::move(image)});
   }
   void giveUnlessKept(const Step& step, Vane::BaseRow&& row) {
     if (!read_.kept.empty() && read_.kept.contains(keyOf(*step.role, row))) return;

@@ -212,8 +212,8 @@ void RowStore::setOrRemove(const Role& role, const Vane::BaseRow& key, Vane::Bas
 void RowStore::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& before,
                    SidePtr side) {
   if (witness_) witness_->beforeChange(role, row, before);
-  journal_.emplace_back(&role, before, row, before.isNull() ? nullptr : this->side(role, before),
-                        isRecent(role, row));
+  journal_.push_back({&role, before, row, before.isNull() ? nullptr : this->side(role, before),
+                      isRecent(role, row)});
   try {
     write([&] { table(role).rowIs(row, false); });
   } catch (...) {
@@ -227,7 +227,7 @@ void RowStore::put(const Role& role, Vane::BaseRow& row, const Vane::BaseRow& be
 
 void RowStore::del(const Role& role, const Vane::BaseRow& before) {
   if (witness_) witness_->beforeChange(role, before, before);
-  journal_.emplace_back(&role, before, none, side(role, before), isRecent(role, before));
+  journal_.push_back({&role, before, none, side(role, before), isRecent(role, before)});
   try {
     write([&] { table(role).rowDel(before); });
   } catch (...) {

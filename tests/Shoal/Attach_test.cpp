@@ -588,6 +588,7 @@ TEST(StatusOfATable, IsWhatItsHeaderAndItsFileSay) {
   const auto status = Shoal::tableStatus(root, tableName);
   EXPECT_EQ(status.path, tableName);
   EXPECT_TRUE(status.layout == Route::layout());
+  EXPECT_FALSE(status.layout == Tiny::layout());
   EXPECT_EQ(status.entries, 9u);
   EXPECT_EQ(status.capacity, 1000u);
   EXPECT_EQ(status.generation, 1u);
@@ -634,6 +635,21 @@ TEST(AddressInATable, LeadsToItsNameAsLongAsItIsAttached) {
   EXPECT_EQ(Shoal::tableAtAddress(&store), nullptr);
   store.reset();
   EXPECT_EQ(Shoal::tableAtAddress(base), nullptr);
+}
+
+// A process knows the names of 256 attachments; more of them do no harm.
+TEST(AddressInATable, BeyondThePlacesForNamesLeadsToNone) {
+  TempRoot root;
+  writer<Tiny>(root, 4);
+  std::vector<std::shared_ptr<Shoal::Store>> many;
+  while (many.size() < 300) {
+    many.push_back(std::dynamic_pointer_cast<Shoal::Store>(reader<Tiny>(root)));
+  }
+  EXPECT_STREQ(Shoal::tableAtAddress(many.front()->view().base), "a/b/table");
+  EXPECT_EQ(Shoal::tableAtAddress(many.back()->view().base), nullptr);
+  many.clear();
+  const auto last = std::dynamic_pointer_cast<Shoal::Store>(reader<Tiny>(root));
+  EXPECT_STREQ(Shoal::tableAtAddress(last->view().base), "a/b/table");
 }
 
 TEST(AddressInATable, HasAPageBeforeAndBehindItThatNobodyMayTouch) {

@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "platform/Kit/FileDescriptor.h"
 #include "platform/Shoal/Store.h"
@@ -716,22 +718,31 @@ TEST(Corruption, IsTracedWhereThatIsAskedFor) {
   EXPECT_EQ(out.str().find("nobody"), std::string::npos);
 }
 
-// Record 0 of the journal, at 512: sequence, slot, entry.
+// Changes words of the table's file behind its back.
+void wordsAre(const std::filesystem::path& root,
+              std::initializer_list<std::pair<std::streamoff, uint32_t>> words) {
+  std::fstream file(Shoal::tableFile(root, tableName),
+                    std::ios::binary | std::ios::in | std::ios::out);
+  for (const auto& [at, value] : words) {
+    file.seekp(at);
+    file.write(reinterpret_cast<const char*>(&value), sizeof value);
+  }
+}
+
+// The first slot's sequence stands at 4096; record 0 of the journal, with the entry that the second
+// put replaces, at 512: sequence, slot, entry.
+void putTwice(MapOf<Tiny>& map) {
+  map.put(Tiny::make(1, 1));
+  map.put(Tiny::make(1, 2));
+}
+
 TEST(Corruption, OfAJournalThatKeepsAnotherKeysEntryIsReported) {
   TempRoot root;
   MapOf<Tiny> map(writer<Tiny>(root, 4));
-  map.put(Tiny::make(1, 1));
-  map.put(Tiny::make(1, 2));
-  std::fstream file(Shoal::tableFile(root, tableName),
-                    std::ios::binary | std::ios::in | std::ios::out);
-  const auto word = [&](std::streamoff at, uint32_t value) {
-    file.seekp(at);
-    file.write(reinterpret_cast<const char*>(&value), 4);
-    file.flush();
-  };
-  word(4096, 3);  // as if the second put were under way
+  putTwice(map);
+  wordsAre(root, {{4096, 3}});  // as if the second put were under way
   EXPECT_EQ(map.walk(), std::vector<Tiny>{Tiny::make(1, 1)}) << "the entry that the journal keeps";
-  word(512 + 8 + 4, 2);
+  wordsAre(root, {{512 + 8 + 4, 2}});
   expectPart(thrown<Guard::CorruptionDetectedException>([&] { map.has(Tiny::keyOf(1)); }),
              "the journal does not hold its entry");
   EXPECT_THROW(map.walk(), Guard::CorruptionDetectedException);
@@ -743,18 +754,11 @@ TEST(Corruption, OfAJournalThatKeepsAnotherKeysEntryStopsTheRepair) {
   TempRoot root;
   {
     MapOf<Tiny> map(writer<Tiny>(root, 4));
-    map.put(Tiny::make(1, 1));
-    map.put(Tiny::make(1, 2));
+    putTwice(map);
   }
-  std::fstream file(Shoal::tableFile(root, tableName),
-                    std::ios::binary | std::ios::in | std::ios::out);
-  const std::pair<std::streamoff, uint32_t> words[] = {
-      {4096, 3}, {416, Shoal::OperationRecord::replace}, {420, 0}, {428, 3}, {512 + 8 + 4, 2}};
-  for (const auto& [at, value] : words) {
-    file.seekp(at);
-    file.write(reinterpret_cast<const char*>(&value), 4);
-  }
-  file.flush();
+  wordsAre(
+      root,
+      {{4096, 3}, {416, Shoal::OperationRecord::replace}, {420, 0}, {428, 3}, {512 + 8 + 4, 2}});
   expectPart(thrown<Guard::CorruptionDetectedException>([&] { writer<Tiny>(root, 4); }),
              "the journal does not hold its entry");
 }
@@ -763,12 +767,7 @@ TEST(Corruption, OfASlotThatIsRewrittenByNobodyIsReported) {
   TempRoot root;
   MapOf<Tiny> map(writer<Tiny>(root, 4));
   map.put(Tiny::make(1, 1));
-  std::fstream file(Shoal::tableFile(root, tableName),
-                    std::ios::binary | std::ios::in | std::ios::out);
-  file.seekp(4096);  // the first slot's sequence
-  const uint32_t odd = 77;
-  file.write(reinterpret_cast<const char*>(&odd), 4);
-  file.flush();
+  wordsAre(root, {{4096, 77}});
   expectPart(thrown<Guard::CorruptionDetectedException>([&] { map.has(Tiny::keyOf(1)); }),
              "the journal does not hold its entry");
   EXPECT_THROW(map.walk(), Guard::CorruptionDetectedException);

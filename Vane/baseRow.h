@@ -63,7 +63,6 @@ class VColType {
 
   len_t offset() const { return detail::loadLe<len_t>(bytes_); }
   len_t length() const { return lengthWord() & maxBodyLength; }
-  bool isWritten() const { return (lengthWord() & writtenBit) != 0; }
 
   void set(len_t offset, len_t length) {
     detail::storeLe(bytes_, offset);

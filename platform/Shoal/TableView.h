@@ -49,9 +49,6 @@ struct TableView {
     const uint64_t at = number & (plan.ringRecords - 1);
     return *reinterpret_cast<ChangeHead*>(base + plan.ringOffset + at * plan.ringStride);
   }
-  std::byte* changeKey(uint64_t number) const {
-    return reinterpret_cast<std::byte*>(&change(number)) + sizeof(ChangeHead);
-  }
 
   uint64_t hashOf(const std::byte* key) const { return keyHash(key, plan.keySize); }
 

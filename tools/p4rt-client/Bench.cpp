@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <exception>
 #include <memory>
 #include <thread>
@@ -38,36 +39,38 @@ void prepare(const Client& client, const Catalog& catalog, uint64_t first, uint6
              uint32_t batch, p4::v1::Update::Type type,
              std::vector<p4::v1::WriteRequest>& requests) {
   for (uint64_t i = first; i < end; ++i) {
-    if ((i - first) % batch == 0) requests.push_back(client.newWrite());
+    if ((i - first) % batch == 0) client.begin(requests.emplace_back());
     auto& update = *requests.back().add_updates();
     update.set_type(type);
     putRoute(catalog, settings, routeOf(i), i, *update.mutable_entity()->mutable_table_entry());
   }
 }
 
-void send(Client& client, const std::vector<p4::v1::WriteRequest>& requests, Share& share) {
+void send(Client& client, uint32_t inFlight, const std::vector<p4::v1::WriteRequest>& requests,
+          Share& share) {
   try {
-    for (const auto& request : requests) {
-      const auto begun = Clock::now();
-      for (const auto& result : client.write(request)) {
+    Writes writes(client, inFlight, [&](const auto& results, const auto took) {
+      for (const auto& result : results) {
         if (result.canonical_code() != 0) {
           throw Tools::Failure(Tools::ExitCode::failed, result.message());
         }
       }
-      share.latencies.push_back(Seconds(Clock::now() - begun).count());
-    }
+      share.latencies.push_back(Seconds(took).count());
+    });
+    for (const auto& request : requests) writes.put(request);
+    writes.finish();
   } catch (...) {
     share.failure = std::current_exception();
   }
 }
 
 // Every client sends its requests; the wall-clock seconds that all of them took.
-double sendAll(std::vector<std::unique_ptr<Client>>& clients, std::vector<Share>& shares,
-               std::vector<p4::v1::WriteRequest> Share::*requests) {
+double sendAll(std::vector<std::unique_ptr<Client>>& clients, uint32_t inFlight,
+               std::vector<Share>& shares, std::vector<p4::v1::WriteRequest> Share::*requests) {
   const auto begun = Clock::now();
   std::vector<std::thread> threads;
   for (size_t i = 0; i < clients.size(); ++i) {
-    threads.emplace_back([&, i] { send(*clients[i], shares[i].*requests, shares[i]); });
+    threads.emplace_back([&, i] { send(*clients[i], inFlight, shares[i].*requests, shares[i]); });
   }
   for (auto& thread : threads) thread.join();
   const double seconds = Seconds(Clock::now() - begun).count();
@@ -83,8 +86,9 @@ double quantile(std::vector<double>& values, double part) {
   return *at;
 }
 
-std::string rate(uint64_t count, double seconds) {
-  return fmt::format("{:.0f}", static_cast<double>(count) / seconds);
+uint64_t whole(double value) { return static_cast<uint64_t>(std::llround(value)); }
+uint64_t rate(uint64_t count, double seconds) {
+  return whole(static_cast<double>(count) / seconds);
 }
 
 }  // namespace
@@ -94,7 +98,7 @@ void bench(const ClientOptions& options, const BenchSettings& bench,
   Client primary(options);
   primary.becomePrimary();
   const Catalog catalog(primary.pipeline().p4info());
-  Batches members(primary, 1000);
+  Batches members(primary, bench.sending);
   programMembers(catalog, settings, members);
 
   std::vector<std::unique_ptr<Client>> clients;
@@ -103,14 +107,14 @@ void bench(const ClientOptions& options, const BenchSettings& bench,
     clients.push_back(std::make_unique<Client>(options));
     const uint64_t first = bench.routes * i / bench.clients;
     const uint64_t end = bench.routes * (i + 1) / bench.clients;
-    prepare(*clients[i], catalog, first, end, bench.batch, p4::v1::Update::INSERT,
+    prepare(*clients[i], catalog, first, end, bench.sending.batch, p4::v1::Update::INSERT,
             shares[i].inserts);
-    prepare(*clients[i], catalog, first, end, bench.batch, p4::v1::Update::DELETE,
+    prepare(*clients[i], catalog, first, end, bench.sending.batch, p4::v1::Update::DELETE,
             shares[i].deletes);
     clients[i]->apiVersion();  // connected
   }
 
-  const double inserting = sendAll(clients, shares, &Share::inserts);
+  const double inserting = sendAll(clients, bench.sending.inFlight, shares, &Share::inserts);
   std::vector<double> latencies;
   for (const Share& share : shares) {
     latencies.insert(latencies.end(), share.latencies.begin(), share.latencies.end());
@@ -124,21 +128,19 @@ void bench(const ClientOptions& options, const BenchSettings& bench,
   primary.read(query, [&](const p4::v1::ReadResponse& answer) { read += answer.entities_size(); });
   const double reading = Seconds(Clock::now() - begun).count();
 
-  const double deleting = sendAll(clients, shares, &Share::deletes);
+  const double deleting = sendAll(clients, bench.sending.inFlight, shares, &Share::deletes);
   deleteMembers(catalog, settings, members);
 
   Tools::Output out;
   using Tools::number;
-  using Tools::text;
   Tools::RecordWriter records(
       out, output,
-      {number("clients", 7), number("batch", 6), number("routes", 8), number("inserts_per_s", 13),
-       number("deletes_per_s", 13), number("reads_per_s", 11), text("write_p50_us", 12),
-       text("write_p99_us", 12)});
-  records << bench.clients << bench.batch << bench.routes << rate(bench.routes, inserting)
-          << rate(bench.routes, deleting) << rate(read, reading)
-          << fmt::format("{:.0f}", quantile(latencies, 0.5) * 1e6)
-          << fmt::format("{:.0f}", quantile(latencies, 0.99) * 1e6);
+      {number("clients", 7), number("batch", 6), number("in_flight", 9), number("routes", 8),
+       number("inserts_per_s", 13), number("deletes_per_s", 13), number("reads_per_s", 11),
+       number("write_p50_us", 12), number("write_p99_us", 12)});
+  records << bench.clients << bench.sending.batch << bench.sending.inFlight << bench.routes
+          << rate(bench.routes, inserting) << rate(bench.routes, deleting) << rate(read, reading)
+          << whole(quantile(latencies, 0.5) * 1e6) << whole(quantile(latencies, 0.99) * 1e6);
   records.endRecord();
   records.finish();
   if (read < bench.routes) {

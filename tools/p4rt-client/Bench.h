@@ -10,7 +10,7 @@ namespace P4Client {
 
 struct BenchSettings {
   uint64_t routes = 200000;  // in all, for each kind of batch
-  uint32_t batch = 1000;     // updates in a Write
+  Sending sending;           // of each client
   uint32_t clients = 1;      // connections, each with a thread and a share of the routes
 };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <google/protobuf/arena.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -58,6 +59,8 @@ ExitCode exitCodeOf(grpc::StatusCode code) {
   }
 }
 
+using Clock = std::chrono::steady_clock;
+
 [[noreturn]] void fail(const std::string& what, const grpc::Status& status) {
   throw Failure(exitCodeOf(status.error_code()),
                 fmt::format("{}: {}", what, status.error_message()));
@@ -111,28 +114,10 @@ void Client::becomePrimary() {
   }
 }
 
-p4::v1::WriteRequest Client::newWrite() const {
-  p4::v1::WriteRequest request;
+void Client::begin(p4::v1::WriteRequest& request) const {
   request.set_device_id(options_.deviceId);
   request.set_role(options_.role);
   request.mutable_election_id()->set_low(options_.electionId);
-  return request;
-}
-
-std::vector<p4::v1::Error> Client::write(const p4::v1::WriteRequest& request) {
-  const auto call = context();
-  p4::v1::WriteResponse response;
-  const grpc::Status status = stub_->Write(call.get(), request, &response);
-  std::vector<p4::v1::Error> results(request.updates_size());
-  if (status.ok()) return results;
-  google::rpc::Status details;
-  if (status.error_code() != grpc::StatusCode::UNKNOWN ||
-      !details.ParseFromString(status.error_details()) ||
-      details.details_size() != request.updates_size()) {
-    fail("writing", status);
-  }
-  for (int i = 0; i < details.details_size(); ++i) details.details(i).UnpackTo(&results[i]);
-  return results;
 }
 
 p4::v1::ReadRequest Client::newRead() const {
@@ -174,6 +159,64 @@ std::string Client::apiVersion() {
   const grpc::Status status = stub_->Capabilities(call.get(), {}, &response);
   if (!status.ok()) fail("asking what the agent at " + options_.address + " can do", status);
   return response.p4runtime_api_version();
+}
+
+struct Writes::Call {
+  std::unique_ptr<grpc::ClientContext> context;
+  std::unique_ptr<grpc::ClientAsyncResponseReader<p4::v1::WriteResponse>> reader;
+  p4::v1::WriteResponse response;
+  grpc::Status status;
+  int updates = 0;
+  Clock::time_point begun;
+};
+
+Writes::Writes(Client& client, uint32_t inFlight, Take take)
+    : client_(client), inFlight_(inFlight), take_(std::move(take)) {}
+
+Writes::~Writes() {
+  for (const auto& call : calls_) call->context->TryCancel();
+  done_.Shutdown();
+  void* tag = nullptr;
+  bool isGood = false;
+  while (done_.Next(&tag, &isGood)) {
+  }
+}
+
+void Writes::put(const p4::v1::WriteRequest& request) {
+  while (calls_.size() >= inFlight_) takeOne();
+  Call& call = *calls_.emplace_back(std::make_unique<Call>());
+  call.context = client_.context();
+  call.updates = request.updates_size();
+  call.begun = Clock::now();
+  call.reader = client_.stub_->AsyncWrite(call.context.get(), request, &done_);
+  call.reader->Finish(&call.response, &call.status, &call);
+}
+
+void Writes::finish() {
+  while (!calls_.empty()) takeOne();
+}
+
+void Writes::takeOne() {
+  void* tag = nullptr;
+  bool isGood = false;
+  done_.Next(&tag, &isGood);
+  const auto at = std::ranges::find_if(calls_, [&](const auto& call) { return call.get() == tag; });
+  const std::unique_ptr<Call> call = std::move(*at);
+  calls_.erase(at);
+  const auto took = Clock::now() - call->begun;
+  std::vector<p4::v1::Error> results(static_cast<size_t>(call->updates));
+  if (!call->status.ok()) {
+    google::rpc::Status details;
+    if (call->status.error_code() != grpc::StatusCode::UNKNOWN ||
+        !details.ParseFromString(call->status.error_details()) ||
+        details.details_size() != call->updates) {
+      fail("writing", call->status);
+    }
+    for (int i = 0; i < call->updates; ++i) {
+      details.details(i).UnpackTo(&results[static_cast<size_t>(i)]);
+    }
+  }
+  take_(results, took);
 }
 
 }  // namespace P4Client

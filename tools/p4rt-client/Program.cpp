@@ -43,24 +43,40 @@ std::string keyOf(const p4::v1::TableEntry& entry) {
 
 }  // namespace
 
+Batches::Batches(Client& client, Sending sending)
+    : client_(client),
+      size_(sending.batch),
+      writes_(client, sending.inFlight, [this](const auto& results, auto) {
+        for (const p4::v1::Error& result : results) {
+          if (result.canonical_code() == grpc::StatusCode::OK) {
+            ++tally_.applied;
+          } else {
+            if (tally_.failed++ == 0) tally_.firstFailure = result.message();
+          }
+        }
+      }) {}
+
 p4::v1::Entity& Batches::next(p4::v1::Update::Type type) {
-  if (request_ && static_cast<uint32_t>(request_->updates_size()) >= size_) flush();
-  if (!request_) request_ = client_.newWrite();
+  if (request_ && static_cast<uint32_t>(request_->updates_size()) >= size_) send();
+  if (!request_) {
+    request_ = google::protobuf::Arena::CreateMessage<p4::v1::WriteRequest>(&arena_);
+    client_.begin(*request_);
+  }
   auto& update = *request_->add_updates();
   update.set_type(type);
   return *update.mutable_entity();
 }
 
-void Batches::flush() {
+void Batches::send() {
   if (!request_) return;
-  for (const p4::v1::Error& result : client_.write(*request_)) {
-    if (result.canonical_code() == grpc::StatusCode::OK) {
-      ++tally_.applied;
-    } else {
-      if (tally_.failed++ == 0) tally_.firstFailure = result.message();
-    }
-  }
-  request_.reset();
+  writes_.put(*request_);
+  request_ = nullptr;
+  arena_.Reset();
+}
+
+void Batches::flush() {
+  send();
+  writes_.finish();
 }
 
 void programMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches) {

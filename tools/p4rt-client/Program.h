@@ -2,9 +2,9 @@
 // batches.
 #pragma once
 
+#include <google/protobuf/arena.h>
+
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,19 +28,24 @@ struct Tally {
   std::string firstFailure;
 };
 
-// One batch after the other.
+// Updates, gathered into Writes.
 class Batches {
  public:
-  Batches(Client& client, uint32_t size) : client_(client), size_(size) {}
+  Batches(Client& client, Sending sending);
   p4::v1::Entity& next(p4::v1::Update::Type type);
+  // Sends what there is and waits for all.
   void flush();
   const Tally& tally() const { return tally_; }
 
  private:
+  void send();
+
   Client& client_;
-  uint32_t size_;
-  std::optional<p4::v1::WriteRequest> request_;
+  const uint32_t size_;
+  google::protobuf::Arena arena_;  // of the request and all its parts, which go at once
+  p4::v1::WriteRequest* request_ = nullptr;
   Tally tally_;
+  Writes writes_;
 };
 
 void programMembers(const Catalog& catalog, const RouteSettings& settings, Batches& batches);

@@ -41,8 +41,16 @@ void addClientOptions(CLI::App& app, ClientOptions& options) {
   app.add_option("--tls-cert", options.tlsCertificate, "Our certificate")->needs(key);
 }
 
-void addRouteOptions(CLI::App& app, RouteSettings& settings, std::string& prefixes,
-                     uint32_t& batch) {
+void addSendingOptions(CLI::App& app, Sending& sending) {
+  app.add_option("--batch", sending.batch, "Updates in one Write")
+      ->check(CLI::Range(1u, 1000000u))
+      ->capture_default_str();
+  app.add_option("--in-flight", sending.inFlight, "Writes under way at a time")
+      ->check(CLI::Range(1u, 64u))
+      ->capture_default_str();
+}
+
+void addRouteOptions(CLI::App& app, RouteSettings& settings, std::string& prefixes) {
   app.add_option("--prefixes", prefixes, "A list of prefixes, one a line; - is standard input")
       ->required();
   app.add_option("--table", settings.kind, "override, fallback or vrf; of the prefix's family")
@@ -57,9 +65,6 @@ void addRouteOptions(CLI::App& app, RouteSettings& settings, std::string& prefix
       ->check(CLI::Range(1u, 65536u))
       ->capture_default_str();
   app.add_option("--group", settings.group, "Lead every route to this group of all next hops");
-  app.add_option("--batch", batch, "Updates in one Write")
-      ->check(CLI::Range(1u, 1000000u))
-      ->capture_default_str();
 }
 
 void report(const Tally& tally, const Tools::OutputOptions& options) {
@@ -74,12 +79,12 @@ void report(const Tally& tally, const Tools::OutputOptions& options) {
   }
 }
 
-void program(Client& client, const RouteSettings& settings, const std::string& file, uint32_t batch,
-             const Tools::OutputOptions& options) {
+void program(Client& client, const RouteSettings& settings, const std::string& file,
+             const Sending& sending, const Tools::OutputOptions& options) {
   const auto prefixes = readPrefixes(file);
   client.becomePrimary();
   const Catalog catalog(client.pipeline().p4info());
-  Batches batches(client, batch);
+  Batches batches(client, sending);
   programMembers(catalog, settings, batches);
   for (size_t i = 0; i < prefixes.size(); ++i) {
     putRoute(catalog, settings, prefixes[i], i,
@@ -89,12 +94,12 @@ void program(Client& client, const RouteSettings& settings, const std::string& f
   report(batches.tally(), options);
 }
 
-void erase(Client& client, const RouteSettings& settings, const std::string& file, uint32_t batch,
-           const Tools::OutputOptions& options) {
+void erase(Client& client, const RouteSettings& settings, const std::string& file,
+           const Sending& sending, const Tools::OutputOptions& options) {
   const auto prefixes = readPrefixes(file);
   client.becomePrimary();
   const Catalog catalog(client.pipeline().p4info());
-  Batches batches(client, batch);
+  Batches batches(client, sending);
   for (size_t i = 0; i < prefixes.size(); ++i) {
     putRoute(catalog, settings, prefixes[i], i,
              *batches.next(p4::v1::Update::DELETE).mutable_table_entry());
@@ -142,18 +147,20 @@ void run(int argc, char** argv) {
   RouteSettings settings;
   BenchSettings benchSettings;
   std::string prefixes, table;
-  uint32_t batch = 1000;
+  Sending sending;
   bool count = false;
   addClientOptions(line.app(), options);
 
   const CLI::App& capabilities = line.command("capabilities", "The protocol version of the agent");
   const CLI::App& pipeline = line.command("pipeline", "The P4Info that the agent goes by");
   CLI::App& programming = line.command("program", "Insert next hops and routes");
-  addRouteOptions(programming, settings, prefixes, batch);
+  addRouteOptions(programming, settings, prefixes);
+  addSendingOptions(programming, sending);
   CLI::App& erasing = line.command("delete", "Delete what program has inserted");
-  addRouteOptions(erasing, settings, prefixes, batch);
+  addRouteOptions(erasing, settings, prefixes);
+  addSendingOptions(erasing, sending);
   CLI::App& verifying = line.command("verify", "Check that what program has inserted is there");
-  addRouteOptions(verifying, settings, prefixes, batch);
+  addRouteOptions(verifying, settings, prefixes);
   CLI::App& reading = line.command("read", "Print entities as JSON, one a line");
   reading.add_option("TABLE", table, "Only the entries of this table");
   reading.add_flag("--count", count, "Print only how many there are");
@@ -161,9 +168,7 @@ void run(int argc, char** argv) {
   benching.add_option("--routes", benchSettings.routes, "Routes in all")
       ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 24))
       ->capture_default_str();
-  benching.add_option("--batch", benchSettings.batch, "Updates in one Write")
-      ->check(CLI::Range(1u, 1000000u))
-      ->capture_default_str();
+  addSendingOptions(benching, benchSettings.sending);
   benching.add_option("--clients", benchSettings.clients, "Connections that write at a time")
       ->check(CLI::Range(1u, 64u))
       ->capture_default_str();
@@ -171,8 +176,8 @@ void run(int argc, char** argv) {
 
   if (benching) return bench(options, benchSettings, line.output());
   Client client(options);
-  if (programming) return program(client, settings, prefixes, batch, line.output());
-  if (erasing) return erase(client, settings, prefixes, batch, line.output());
+  if (programming) return program(client, settings, prefixes, sending, line.output());
+  if (erasing) return erase(client, settings, prefixes, sending, line.output());
   if (verifying) return verify(client, settings, prefixes, line.output());
   if (reading) return read(client, table, count);
   Tools::Output out;

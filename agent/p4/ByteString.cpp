@@ -21,9 +21,15 @@ template <class T>
 concept Addressed = std::same_as<T, Wire::IpGenAddr> || std::same_as<T, Wire::IpGenPrefix>;
 
 template <Addressed T>
-std::string addressString(const T& value) {
-  const size_t length = std::max<size_t>(Wire::addressLength(value.family), 1);
-  return byteString(std::span(value.bytes).first(length));
+std::span<const uint8_t> addressBytes(const T& value) {
+  return std::span(value.bytes).first(std::max<size_t>(Wire::addressLength(value.family), 1));
+}
+
+// Without leading zeros, but for the last digit.
+std::span<const uint8_t> significant(std::span<const uint8_t> bigEndian) {
+  return {std::find_if(bigEndian.begin(), bigEndian.end() - 1,
+                       [](uint8_t digit) { return digit != 0; }),
+          bigEndian.end()};
 }
 
 }  // namespace
@@ -48,9 +54,8 @@ uint64_t readNumber(std::string_view bytes, int width) {
 }
 
 std::string byteString(std::span<const uint8_t> bigEndian) {
-  const auto significant = std::find_if(bigEndian.begin(), bigEndian.end() - 1,
-                                        [](uint8_t digit) { return digit != 0; });
-  return std::string(significant, bigEndian.end());
+  const auto bytes = significant(bigEndian);
+  return std::string(bytes.begin(), bytes.end());
 }
 
 std::string byteString(uint64_t number) {
@@ -59,7 +64,10 @@ std::string byteString(uint64_t number) {
   return byteString(std::span<const uint8_t>(digits));
 }
 
-std::string byteString(const Wire::IpGenPrefix& prefix) { return addressString(prefix); }
+void byteString(const Wire::IpGenPrefix& prefix, std::string& out) {
+  const auto bytes = significant(addressBytes(prefix));
+  out.assign(bytes.begin(), bytes.end());
+}
 
 void readColumn(std::string_view bytes, int width, Wire::AddressFamily family,
                 Vane::ColumnValue& value) {
@@ -91,7 +99,7 @@ std::string byteString(const Vane::ColumnValue& value) {
         } else if constexpr (std::integral<T>) {
           return byteString(uint64_t{static_cast<std::make_unsigned_t<T>>(held)});
         } else if constexpr (Addressed<T>) {
-          return addressString(held);
+          return byteString(addressBytes(held));
         } else if constexpr (std::same_as<T, Wire::EthAddr>) {
           return byteString(std::span<const uint8_t>(held.bytes));
         } else {

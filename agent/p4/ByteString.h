@@ -21,7 +21,8 @@ uint64_t readNumber(std::string_view bytes, int width);
 
 std::string byteString(std::span<const uint8_t> bigEndian);
 std::string byteString(uint64_t number);
-std::string byteString(const Wire::IpGenPrefix& prefix);
+// Into `out`, whose memory is used again.
+void byteString(const Wire::IpGenPrefix& prefix, std::string& out);
 
 // The same for the value of a column, which has the type that `value` holds already. An address or
 // a prefix is one of `family`, a prefix with its full length; int32_t travels as two's complement.

@@ -11,8 +11,9 @@ constexpr size_t rowOverhead = 128;
 size_t Image::bytes() const {
   size_t sum = sizeof(Image) + rowOverhead + row.rowLength();
   if (side) sum += sizeof(SideData) + side->metadata.size() + side->watches.size() / 8;
-  if (!group.isNull()) sum += rowOverhead + group.rowLength();
-  for (const auto& member : members) sum += rowOverhead + member.rowLength();
+  if (!set) return sum;
+  sum += rowOverhead + set->group.rowLength();
+  for (const auto& member : set->members) sum += rowOverhead + member.rowLength();
   return sum;
 }
 

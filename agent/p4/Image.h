@@ -1,20 +1,24 @@
 // An entity as it was at one moment, in rows: what becomes its message in another thread.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "agent/p4/Update.h"
 
 namespace Agent::P4 {
 
+// What holds a one-shot action set: a group, and its members, once for each action.
+struct HeldSet {
+  Vane::BaseRow group;
+  std::vector<Vane::BaseRow> members;
+};
+
 struct Image {
   const Role* role = nullptr;
   Vane::BaseRow row;
   SidePtr side;
-  // Of a route with a one-shot action set: the group that holds it, and the group's members, once
-  // for each action. Null, and none, if they are not there.
-  Vane::BaseRow group;
-  std::vector<Vane::BaseRow> members;
+  std::shared_ptr<const HeldSet> set;  // of a route with such a set, unless it is not there
 
   // Memory that it holds, about.
   size_t bytes() const;

@@ -8,6 +8,24 @@ namespace {
 
 bool isClientId(uint32_t id) { return id != 0 && !isReservedId(id); }
 
+// Hands out the parts of a list anew, one after the other, and makes those that are missing.
+template <class Part>
+class Parts {
+ public:
+  explicit Parts(google::protobuf::RepeatedPtrField<Part>* of) : of_(*of) {}
+  ~Parts() {
+    while (of_.size() > used_) of_.RemoveLast();
+  }
+  Parts(const Parts&) = delete;
+  Parts& operator=(const Parts&) = delete;
+
+  Part& next() { return used_ < of_.size() ? *of_.Mutable(used_++) : (++used_, *of_.Add()); }
+
+ private:
+  google::protobuf::RepeatedPtrField<Part>& of_;
+  int used_ = 0;
+};
+
 }  // namespace
 
 bool Renderer::entity(const Image& image, p4::v1::Entity& to) const {
@@ -25,6 +43,7 @@ bool Renderer::entity(const Image& image, p4::v1::Entity& to) const {
 }
 
 void Renderer::defaultEntry(const Role& table, p4::v1::Entity& to) {
+  to.Clear();
   auto& entry = *to.mutable_table_entry();
   entry.set_table_id(table.id);
   entry.set_is_default_action(true);
@@ -33,19 +52,22 @@ void Renderer::defaultEntry(const Role& table, p4::v1::Entity& to) {
 
 bool Renderer::tableEntry(const Image& image, p4::v1::TableEntry& to) const {
   const Role& role = *image.role;
+  if (to.is_default_action() || !to.metadata().empty() || to.controller_metadata() != 0) to.Clear();
   to.set_table_id(role.id);
   const EntityKey key = keyOf(role, image.row);
+  Parts matches(to.mutable_match());
   for (const Field& field : role.keys) {
     if (field.isPrefix()) {
       const Wire::IpGenPrefix& prefix = key.prefix;
       if (prefix.family != role.family || !isCanonical(prefix)) return false;
       if (prefix.length == 0) continue;
-      auto& match = *to.add_match();
+      auto& match = matches.next();
       match.set_field_id(field.id);
-      match.mutable_lpm()->set_value(byteString(prefix));
-      match.mutable_lpm()->set_prefix_len(prefix.length);
+      auto& lpm = *match.mutable_lpm();
+      byteString(prefix, *lpm.mutable_value());
+      lpm.set_prefix_len(prefix.length);
     } else {
-      auto& match = *to.add_match();
+      auto& match = matches.next();
       match.set_field_id(field.id);
       match.mutable_exact()->set_value(byteString(uint64_t{key.id}));
     }
@@ -73,12 +95,13 @@ bool Renderer::action(const Image& image, p4::v1::TableAction& to) const {
 
 bool Renderer::call(const Role& role, const Vane::BaseRow& row, p4::v1::Action& to) {
   to.set_action_id(role.actionId);
+  Parts params(to.mutable_params());
   for (const Field& field : role.params) {
     const Vane::ColumnValue value = role.value(row, field);
     if (const auto* address = std::get_if<Wire::IpGenAddr>(&value)) {
       if (address->family != role.family) return false;
     }
-    auto& param = *to.add_params();
+    auto& param = params.next();
     param.set_param_id(field.id);
     param.set_value(byteString(value));
   }
@@ -96,9 +119,9 @@ void Renderer::share(const Share& share, const SidePtr& side, size_t at, Entry& 
 }
 
 bool Renderer::oneShot(const Image& image, p4::v1::ActionProfileActionSet& to) const {
-  if (image.group.isNull()) return false;
-  const auto shares = sharesOf(roles_.group(), image.group);
-  if (shares.size() != image.members.size()) return false;
+  to.Clear();
+  if (!image.set) return false;
+  const auto shares = sharesOf(roles_.group(), image.set->group);
   if (image.side) {
     using Set = p4::v1::ActionProfileActionSet;
     to.set_action_selection_mode(static_cast<Set::ActionSelectionMode>(image.side->selectionMode));
@@ -106,7 +129,7 @@ bool Renderer::oneShot(const Image& image, p4::v1::ActionProfileActionSet& to) c
   }
   for (size_t i = 0; i < shares.size(); ++i) {
     auto& each = *to.add_action_profile_actions();
-    call(roles_.member(), image.members[i], *each.mutable_action());
+    call(roles_.member(), image.set->members[i], *each.mutable_action());
     share(shares[i], image.side, i, each);
   }
   return true;
@@ -119,6 +142,7 @@ bool Renderer::member(const Image& image, p4::v1::ActionProfileMember& to) const
 }
 
 bool Renderer::group(const Image& image, p4::v1::ActionProfileGroup& to) const {
+  to.Clear();
   to.set_action_profile_id(image.role->id);
   to.set_group_id(idOf(*image.role, image.row));
   if (image.side) to.set_max_size(image.side->maxSize);

@@ -11,6 +11,9 @@ class Renderer {
  public:
   Renderer(const Roles& roles, const Pipeline& pipeline) : roles_(roles), pipeline_(pipeline) {}
 
+  // Into `to`, whatever has been rendered into it before: the parts of an entity of the same form
+  // are used again, which is what makes the next piece of a large read cheap.
+  //
   // False, with `to` in an unknown state, for an entity that is not for clients to see: a member or
   // group of a one-shot action set, and rows of others that P4Runtime has no form for.
   bool entity(const Image& image, p4::v1::Entity& to) const;

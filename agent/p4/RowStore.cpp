@@ -171,20 +171,23 @@ SidePtr RowStore::side(const Role& role, const Vane::BaseRow& row) const {
 }
 
 Image RowStore::image(const Role& role, Vane::BaseRow&& row) const {
-  Image made{.role = &role, .row = std::move(row), .side = nullptr, .group = {}, .members = {}};
+  Image made{.role = &role, .row = std::move(row), .side = nullptr, .set = nullptr};
   made.side = side(role, made.row);
   if (role.kind != Kind::route) return made;
   const Destination to = destinationOf(role, made.row);
-  if (!to.isOneShot()) return made;
-  made.group = this->row(roles_.group(), to.id);
-  if (made.group.isNull()) return made;
-  for (const Share& share : sharesOf(roles_.group(), made.group)) {
-    made.members.push_back(this->row(roles_.member(), share.member));
-    if (!made.members.back().isNull()) continue;
-    made.members.clear();
-    break;
-  }
+  if (to.isOneShot()) made.set = heldSet(to.id);
   return made;
+}
+
+std::shared_ptr<const HeldSet> RowStore::heldSet(uint32_t groupId) const {
+  auto set = std::make_shared<HeldSet>();
+  set->group = row(roles_.group(), groupId);
+  if (set->group.isNull()) return nullptr;
+  for (const Share& share : sharesOf(roles_.group(), set->group)) {
+    set->members.push_back(row(roles_.member(), share.member));
+    if (set->members.back().isNull()) return nullptr;
+  }
+  return set;
 }
 
 template <class F>

@@ -133,6 +133,8 @@ class RowStore {
     SidePtr sideBefore;
     bool wasRecent;
   };
+  // Null if a part of it is not there.
+  std::shared_ptr<const HeldSet> heldSet(uint32_t groupId) const;
   class Observer;
 
   void adopt();

@@ -1,7 +1,5 @@
 #include "agent/p4/RowTarget.h"
 
-#include <google/protobuf/arena.h>
-
 #include <chrono>
 #include <utility>
 
@@ -64,30 +62,35 @@ struct RowTarget::Batch {
 };
 
 // Collects entities into messages and hands these on. A message holds one piece of a read, whose
-// rows are limited; as a message they take less than three times as much.
+// rows are limited; as a message they take less than three times as much. It is one message, used
+// again and again with all its parts.
 class RowTarget::Answer {
  public:
   explicit Answer(const Send& send) : send_(send) {}
 
-  p4::v1::Entity& next() { return *message_->add_entities(); }
+  // What it holds is of no account.
+  p4::v1::Entity& next() {
+    auto& entities = *message_.mutable_entities();
+    if (used_ == entities.size()) entities.Add();
+    return *entities.Mutable(used_++);
+  }
   // The last one is no part of the answer after all.
-  void drop() { message_->mutable_entities()->RemoveLast(); }
+  void drop() { --used_; }
   void flush() {
-    const int entities = message_->entities_size();
-    if (entities == 0) return;
-    count_ += static_cast<uint64_t>(entities);
-    if (isHeard_) isHeard_ = send_(*message_);
-    arena_.Reset();
-    message_ = Arena::CreateMessage<p4::v1::ReadResponse>(&arena_);
+    if (used_ == 0) return;
+    auto& entities = *message_.mutable_entities();
+    entities.DeleteSubrange(used_, entities.size() - used_);
+    count_ += static_cast<uint64_t>(used_);
+    if (isHeard_) isHeard_ = send_(message_);
+    used_ = 0;
   }
   bool isHeard() const { return isHeard_; }
   uint64_t count() const { return count_; }
 
  private:
-  using Arena = google::protobuf::Arena;
   const Send& send_;
-  Arena arena_;  // of the message and all its parts, which go at once
-  p4::v1::ReadResponse* message_ = Arena::CreateMessage<p4::v1::ReadResponse>(&arena_);
+  p4::v1::ReadResponse message_;
+  int used_ = 0;  // of its entities
   uint64_t count_ = 0;
   bool isHeard_ = true;
 };

@@ -131,6 +131,75 @@ TEST_F(Read, OfADefaultEntryGivesItAlone) {
             1u);
 }
 
+// One entity to a message, and each message is made of the parts of the one before.
+class ReadOneByOne : public testing::Test {
+ protected:
+  void check(const std::vector<Entity>& entities) {
+    std::vector<Update> updates;
+    for (const Entity& each : entities) updates.push_back(insert(each));
+    ASSERT_THAT(at.codes(updates), testing::Each(0));
+    for (const Entity& first : entities) {
+      for (const Entity& second : entities) {
+        if (&first == &second) continue;
+        p4::v1::ReadRequest request;
+        *request.add_entities() = first;
+        *request.add_entities() = second;
+        for (auto& query : *request.mutable_entities()) {
+          if (!query.has_table_entry()) continue;
+          auto& entry = *query.mutable_table_entry();
+          entry.clear_action();
+          entry.clear_metadata();
+          entry.clear_controller_metadata();
+        }
+        const auto answer = at.read(request);
+        EXPECT_THAT(answer.entities, ElementsAre(IsEntity(first), IsEntity(second)));
+        EXPECT_EQ(answer.messages, 2u);
+      }
+    }
+  }
+  Entity withMetadata(Entity route) {
+    route.mutable_table_entry()->set_metadata("red");
+    route.mutable_table_entry()->set_controller_metadata(5);
+    return route;
+  }
+  // The only one of a table without other keys: a query without a match is for all of a table.
+  static Entity matchingAll(Entity route) {
+    auto& match = *route.mutable_table_entry()->mutable_match();
+    match.DeleteSubrange(0, 1);
+    return route;
+  }
+
+  Switch at{{.reads = {.visits = 1}}};
+};
+
+TEST_F(ReadOneByOne, NothingOfOneEntityIsInTheNext) {
+  check({member(1), member(2, 9), group(7, {{1}, {2, 3, bytes({4})}}, 9), group(8, {{2}}),
+         toMember(prefix(1), 1), withMetadata(toGroup(prefix(2), 7)),
+         toGroup(matchingAll(prefix(3, fallback4)), 8), toMember(vrfPrefix(1, 1), 1),
+         toMember(matchingAll(vrfPrefix(2, 1)), 2), toMember(prefix6(1), 2),
+         withMetadata(toMember(vrfPrefix6(1, 1), 2)), encap(1), withMetadata(encapIn6(2))});
+}
+
+TEST_F(ReadOneByOne, NothingOfAOneShotSetIsInTheNext) {
+  Entity sized = toSet(prefix(3), {{1}});
+  sized.mutable_table_entry()
+      ->mutable_action()
+      ->mutable_action_profile_action_set()
+      ->set_size_semantics(p4::v1::ActionProfileActionSet::SUM_OF_WEIGHTS);
+  check({toSet(prefix(1), {{1}, {2, 3, bytes({4})}}), toSet(prefix(2), {{3}}), withMetadata(sized),
+         toSet(vrfPrefix(1, 1), {{1}, {4}}), member(1), encap(1)});
+}
+
+TEST_F(ReadOneByOne, NothingOfADefaultEntryIsInTheNext) {
+  ASSERT_THAT(at.codes({insert(member(1)), insert(toMember(prefix(1), 1))}), testing::Each(0));
+  p4::v1::ReadRequest request;
+  *request.add_entities() = entity("table_entry { table_id: 0x02000001 is_default_action: true }");
+  *request.add_entities() = prefix(1);
+  *request.add_entities() = member(1);
+  EXPECT_THAT(at.read(request).entities,
+              ElementsAre(testing::_, IsEntity(toMember(prefix(1), 1)), IsEntity(member(1))));
+}
+
 // Two rows to a piece: writes come between the messages.
 class SlowRead : public testing::Test {
  protected:

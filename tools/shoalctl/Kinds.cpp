@@ -199,13 +199,15 @@ class KindOf final : public Kind {
   }
 
   void write(Bytes entry, Tools::RecordWriter& records) const override {
-    const Row row = rowOf(entry);
+    const Row row = P4RuntimeVane::rowOf<Adapter>(valueOf<Entry>(entry));
     Row::Columns::All::forEach([&](auto column) {
       records << Vane::columnValue<typename decltype(column)::Type>(row, column.offset);
     });
   }
 
-  std::string json(Bytes entry) const override { return rowOf(entry).toJson(); }
+  std::string json(Bytes entry) const override {
+    return P4RuntimeVane::rowOf<Adapter>(valueOf<Entry>(entry)).toJson();
+  }
 
   std::vector<std::byte> parseKey(const std::string& text) const override {
     const auto key = parse(text, std::type_identity<Key>{});
@@ -245,13 +247,6 @@ class KindOf final : public Kind {
       }
     }
     return all;
-  }
-
- private:
-  static Row rowOf(Bytes entry) {
-    Row row;
-    Adapter::toRow(valueOf<Entry>(entry), row);
-    return row;
   }
 };
 

@@ -133,19 +133,21 @@ std::vector<Tools::Column> RowForm::columns() const {
   return columns;
 }
 
-Vane::BaseRow RowForm::unpacked(const v1::Row& row) const {
+const Vane::BaseRow& RowForm::unpacked(const v1::Row& row) const {
   const std::string& bytes = row.packed();
   if (bytes.size() < layout_.fixedLength() || bytes.size() > Vane::maxRowLength) {
     throw Failure(ExitCode::refused,
                   fmt::format("table {}: the agent sent a row of {} bytes", table_, bytes.size()));
   }
-  Vane::BaseRow unpacked(static_cast<Vane::len_t>(bytes.size()));
-  std::memcpy(unpacked.buffer()->data(), bytes.data(), bytes.size());
-  return unpacked;
+  if (unpacked_.isNull() || unpacked_.buffer()->length() != bytes.size()) {
+    unpacked_ = Vane::BaseRow(static_cast<Vane::len_t>(bytes.size()));
+  }
+  std::memcpy(unpacked_.buffer()->data(), bytes.data(), bytes.size());
+  return unpacked_;
 }
 
 void RowForm::write(const v1::Row& message, Tools::RecordWriter& records) const {
-  const Vane::BaseRow row = unpacked(message);
+  const Vane::BaseRow& row = unpacked(message);
   for (const LayoutColumn& column : layout_.columns()) {
     std::visit([&](const auto& value) { records << value; }, layout_.value(row, column));
   }
@@ -153,7 +155,7 @@ void RowForm::write(const v1::Row& message, Tools::RecordWriter& records) const 
 }
 
 void RowForm::appendJson(std::string& to, const v1::Row& message) const {
-  const Vane::BaseRow row = unpacked(message);
+  const Vane::BaseRow& row = unpacked(message);
   row.needFixedArea(layout_.fixedLength());
   for (size_t i = 0; i < jsonHeads_.size(); ++i) {
     to += jsonHeads_[i];
@@ -165,7 +167,7 @@ void RowForm::appendJson(std::string& to, const v1::Row& message) const {
 }
 
 std::string RowForm::keyText(const v1::Row& message) const {
-  const Vane::BaseRow row = unpacked(message);
+  const Vane::BaseRow& row = unpacked(message);
   std::string text;
   for (const LayoutColumn* column : keyColumns()) {
     if (!text.empty()) text += ',';

@@ -30,7 +30,8 @@ class RowForm {
   v1::Row row(const std::vector<std::string>& words) const;
 
  private:
-  Vane::BaseRow unpacked(const v1::Row& row) const;
+  // Valid until the next one.
+  const Vane::BaseRow& unpacked(const v1::Row& row) const;
   std::vector<const Vane::LayoutColumn*> keyColumns() const;
   std::string json(const Vane::LayoutColumn& column, const std::string& text) const;
 
@@ -38,6 +39,7 @@ class RowForm {
   std::vector<std::string> keyNames_;
   Vane::RowLayout layout_;
   std::vector<std::string> jsonHeads_;  // by column: what stands before its value
+  mutable Vane::BaseRow unpacked_;      // the last one, for its buffer
 };
 
 }  // namespace VaneCtl

@@ -1,15 +1,12 @@
 // The hot operations, each a fixed number of times, for counting their instructions: this program
 // is run by valgrind's callgrind, which counts while `measuredRounds` runs and writes a file at its
 // end. The names are printed in the order of the files. bench/instructions.py puts both together.
-//
-// Everything here is the same in every run: no clock, no random numbers, no input.
 #include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "bench/Data.h"
-#include "bench/Groups.h"
+#include "bench/Instructions.h"
 #include "bench/Runner.h"
 #include "bench/SharedRoutes.h"
 
@@ -33,75 +30,17 @@ extern "C" void* realloc(void* block, size_t size) {
   return __libc_realloc(block, size);
 }
 
-// The name that callgrind looks for.
 extern "C" [[gnu::noinline]] void measuredRounds(void (*round)(void*, uint32_t), void* operation,
                                                  uint32_t rounds) {
   for (uint32_t i = 0; i < rounds; ++i) round(operation, i);
 }
 
 namespace Bench {
+
+uint64_t allocationsSoFar() { return allocations; }
+
 namespace {
 
-constexpr uint32_t rounds = 1024;
-
-template <class T>
-void keep(const T& value) {
-  asm volatile("" : : "r"(&value) : "memory");
-}
-
-// Once to warm up: what happens the first time only is no part of it.
-template <class Operation>
-void measureFrom(const std::string& name, uint32_t first, uint32_t count, Operation operation) {
-  for (uint32_t i = 0; i < first; ++i) operation(i);
-  struct Shifted {
-    Operation& operation;
-    uint32_t first;
-  } shifted{operation, first};
-  const uint64_t before = allocations;
-  measuredRounds(
-      [](void* made, uint32_t i) {
-        auto& [run, begin] = *static_cast<Shifted*>(made);
-        run(begin + i);
-      },
-      &shifted, count);
-  std::cout << name << ' ' << count << ' ' << allocations - before << '\n';
-}
-template <class Operation>
-void measure(const std::string& name, Operation operation) {
-  measureFrom(name, 1, rounds - 1, std::move(operation));
-}
-
-// Host routes, a sixth of them IPv6; distinct, and scattered.
-std::vector<IpGenPrefix> hostPrefixes(uint32_t first, uint32_t count) {
-  std::vector<IpGenPrefix> all;
-  for (uint32_t i = first; i < first + count; ++i) {
-    const uint32_t scattered = i * 2654435761u;
-    if (i % 6 == 0) {
-      Wire::Ip6Addr address;
-      address.bytes = {0x20, 0x01, 0x0d, 0xb8};
-      std::memcpy(&address.bytes[4], &scattered, sizeof scattered);
-      all.push_back(IpGenPrefix::ipv6(address, 128));
-    } else {
-      all.push_back(IpGenPrefix::ipv4(scattered, 32));
-    }
-  }
-  return all;
-}
-
-const std::vector<IpGenPrefix> present = hostPrefixes(0, rounds);
-const std::vector<IpGenPrefix> absent = hostPrefixes(rounds, rounds);
-
-std::vector<IpDestination> routes(uint64_t version) {
-  std::vector<IpDestination> all;
-  for (uint32_t i = 0; i < rounds; ++i) all.push_back(routeTo(present[i], i, version));
-  return all;
-}
-std::vector<IpDestinationRow> rowsOf(const std::vector<IpDestination>& entries) {
-  std::vector<IpDestinationRow> rows;
-  for (const auto& entry : entries)
-    rows.push_back(P4RuntimeVane::rowOf<IpDestinationTraits>(entry));
-  return rows;
-}
 std::vector<IpDestinationRow> keyRows() {
   std::vector<IpDestinationRow> rows;
   for (const auto& prefix : present) rows.push_back(IpDestinationRow::key(prefix));
@@ -203,6 +142,7 @@ void check(bool holds, const char* what) {
 int main() {
   Bench::database();
   Bench::rows();
+  Bench::byHand();
   Bench::tables();
   Bench::adapters();
   Bench::changeLog();

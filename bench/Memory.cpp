@@ -9,20 +9,21 @@
 namespace Bench {
 namespace {
 
-// A line of /proc/self/status, "RssAnon:   1234 kB".
-uint64_t statusBytes(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
+// A line of /proc/self/smaps_rollup, "Rss:   1234 kB": counted page by page, where the sums in
+// /proc/self/status may lag behind by some dozens of pages.
+uint64_t rollupBytes(const std::string& name) {
+  std::ifstream rollup("/proc/self/smaps_rollup");
+  for (std::string word; rollup >> word;) {
     uint64_t kilobytes = 0;
-    if (word == name + ":" && status >> kilobytes) return kilobytes * 1024;
+    if (word == name + ":" && rollup >> kilobytes) return kilobytes * 1024;
   }
-  throw std::runtime_error("/proc/self/status: expected a line " + name);
+  throw std::runtime_error("/proc/self/smaps_rollup: expected a line " + name);
 }
 
 }  // namespace
 
-uint64_t residentBytes() { return statusBytes("VmRSS"); }
-uint64_t privateBytes() { return statusBytes("RssAnon"); }
+uint64_t residentBytes() { return rollupBytes("Rss"); }
+uint64_t privateBytes() { return rollupBytes("Anonymous"); }
 
 void giveBackFreed() { ::malloc_trim(0); }
 

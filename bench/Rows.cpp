@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "bench/Bare.h"
+#include "bench/ByHand.h"
 #include "bench/Data.h"
 #include "bench/Groups.h"
 #include "bench/Runner.h"
-#include "platform/Wire/Hash.h"
 
 namespace Bench {
 namespace {
@@ -32,85 +32,6 @@ void rowFromEntry(State& state) {
   itemsPerStep(state, 1);
 }
 const Subject subjectRowFromEntry("BM_RowFromEntry/IpDestination", rowFromEntry);
-
-// By hand.
-
-// A packed row as bytes.
-template <class T>
-T loadAt(const uint8_t* at) {
-  T value;
-  std::memcpy(&value, at, sizeof value);
-  return value;
-}
-
-struct PackedPrefix {
-  explicit PackedPrefix(const uint8_t* row)
-      : at(row + loadAt<uint16_t>(row + 25)), length(loadAt<uint16_t>(row + 27) & 0x7FFF) {}
-  const uint8_t* at;
-  uint16_t length;  // 5 for IPv4, 17 for IPv6
-};
-
-IpGenPrefix packedPrefixOf(const uint8_t* row) {
-  const PackedPrefix body(row);
-  IpGenPrefix prefix;
-  prefix.family = body.length == 5 ? Wire::AddressFamily::ipv4 : Wire::AddressFamily::ipv6;
-  prefix.length = *body.at;
-  if (body.length == 5) {
-    std::memcpy(prefix.bytes.data(), body.at + 1, 4);
-  } else {
-    std::memcpy(prefix.bytes.data(), body.at + 1, 16);
-  }
-  return prefix;
-}
-
-uint32_t packedPrefixHash(const uint8_t* row) {
-  const PackedPrefix body(row);
-  const uint32_t family = body.length == 5 ? 1 : 2;
-  uint32_t h = Wire::murmurBlock(0, family << 8 | *body.at);
-  for (uint16_t i = 1; i < body.length; i = static_cast<uint16_t>(i + 4))
-    h = Wire::murmurBlock(h, Wire::networkWord(body.at + i));
-  return Wire::murmurAvalanche(h);
-}
-
-uint32_t packedKeyHash(const uint8_t* row) { return Wire::murmurBlock(0, packedPrefixHash(row)); }
-
-uint32_t packedRowHash(const uint8_t* row) {
-  uint32_t h = Wire::murmurBlock(0, loadAt<uint32_t>(row + 4));
-  h = Wire::murmurBlock(h, loadAt<uint32_t>(row + 12));
-  h = Wire::murmurBlock(h, row[20]);
-  h = Wire::murmurBlock(h, loadAt<uint32_t>(row + 21));
-  h = Wire::murmurBlock(h, packedPrefixHash(row));
-  h = Wire::murmurBlock(h, loadAt<uint32_t>(row + 29));
-  return Wire::murmurBlock(h, loadAt<uint32_t>(row + 33));
-}
-
-bool packedKeysEqual(const uint8_t* a, const uint8_t* b) {
-  const PackedPrefix first(a);
-  const PackedPrefix second(b);
-  return first.length == second.length && std::memcmp(first.at, second.at, first.length) == 0;
-}
-
-// All columns, folded into one value so that none is left out.
-uint64_t folded(uint64_t genId, uint64_t handle, bool valid, uint32_t entryId,
-                const IpGenPrefix& prefix, int32_t type, uint32_t id) {
-  uint64_t words[2];
-  std::memcpy(words, prefix.bytes.data(), sizeof words);
-  return genId + handle + valid + entryId + words[0] + words[1] + prefix.length +
-         static_cast<uint32_t>(type) + id;
-}
-
-uint64_t columnsByName(const IpDestinationRow& row) {
-  return folded(row.genId(), row.entryHandle(), row.valid(), row.entryId(), row.destinationPrefix(),
-                row.destinationType(), row.destinationId());
-}
-
-uint64_t packedColumns(const uint8_t* row) {
-  return folded(loadAt<uint64_t>(row + 4), loadAt<uint64_t>(row + 12), row[20] != 0,
-                loadAt<uint32_t>(row + 21), packedPrefixOf(row), loadAt<int32_t>(row + 29),
-                loadAt<uint32_t>(row + 33));
-}
-
-const uint8_t* bytesOf(const IpDestinationRow& row) { return row.buffer()->data(); }
 
 // `byName` over rows, and `byHand` over their bytes, which must come to the same.
 template <auto byName, auto byHand>
@@ -188,14 +109,8 @@ const Subject subjectGroup("BM_GroupToRowAndBack/members:1024", groupToRowAndBac
 void bareGroup(State& state) {
   const EcmpMemberList group = largestGroup();
   EcmpMemberList back;
-  constexpr size_t list = sizeof group.members;
   for (auto _ : state) {
-    const auto buffer = std::make_shared<BareBuffer>(static_cast<uint16_t>(37 + 2 * (2 + list)));
-    std::memcpy(buffer->bytes + 39, group.members.data(), list);
-    std::memcpy(buffer->bytes + 41 + list, group.watches.data(), list);
-    DoNotOptimize(buffer->bytes);
-    std::memcpy(back.members.data(), buffer->bytes + 39, list);
-    std::memcpy(back.watches.data(), buffer->bytes + 41 + list, list);
+    copyLists(group, back);
     DoNotOptimize(back);
   }
   check(back.members == group.members && back.watches == group.watches, "the lists that came back");

@@ -109,7 +109,7 @@ CHECKS = [
          figure(at("BM_Memory_PerRoute") + "#private_bytes_per_route"), 48, "B"),
     most(15, "ten adapters built", "<= 50 ms", figure("BM_AdaptersBuilt/adapters:10", 1e-6), 50, "ms"),
     most(15, "memory that they touch", "<= 16 MiB",
-         figure("BM_AdaptersBuilt/adapters:10#touched_bytes", 1 / 2**20), 16, "MiB"),
+         figure("BM_AdaptersBuilt/adapters:10#touched_bytes", 1 / 1024), 16 * 1024, "KiB"),
     most(16, "look-up of 10M, to 1M", "<= 1.4", growth("BM_TableFind_Hit"), 1.4),
     most(16, "scan of 10M, to 1M", "<= 1.05", growth("BM_TableScan"), 1.05),
     most(16, "insert of 10M, to 1M", "<= 1.3", growth("BM_TableInsert_Fresh"), 1.3),

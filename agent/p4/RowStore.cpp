@@ -16,20 +16,6 @@ uint64_t highest(uint64_t a, uint64_t found) { return found < tooHigh ? std::max
 
 const Vane::BaseRow none;
 
-bool isZero(const EntityKey& key) {
-  return key.id == 0 && key.prefix.family == Wire::AddressFamily::unset;
-}
-
-// A table answers for an absent key with a row of zeros. Only for the key that is zero itself the
-// other columns need a look.
-bool isAbsent(const Role& role, const Vane::BaseRow& asked, const Vane::BaseRow& row) {
-  if (!isZero(keyOf(role, row))) return false;
-  if (!isZero(keyOf(role, asked))) return true;
-  return std::ranges::all_of(role.layout.columns(), [&](const Vane::LayoutColumn& column) {
-    return role.layout.value(row, column) == Vane::zeroValue(column.type);
-  });
-}
-
 Vane::BaseRow rowOfId(const Role& role, uint32_t id) {
   Vane::BaseRow made(role.layout.fixedLength());
   made.rowTypeIs(role.rowTypeId);
@@ -147,8 +133,7 @@ void RowStore::foreignChange(const Role& role, const Vane::BaseRow& row) {
 }
 
 Vane::BaseRow RowStore::row(const Role& role, const Vane::BaseRow& keyRow) const {
-  Vane::BaseRow found = table(role).row(keyRow, 0);
-  return isAbsent(role, keyRow, found) ? Vane::BaseRow() : found;
+  return table(role).rowIfPresent(keyRow, 0);
 }
 
 Vane::BaseRow RowStore::row(const Role& role, uint32_t id) const {

@@ -124,6 +124,8 @@ class VaTableImplementation {
   virtual std::unique_ptr<VaRowIteratorImpl> end(uint8_t idx) = 0;
   virtual std::unique_ptr<VaRowIteratorImpl> find(const BaseRow& keyRow, uint8_t idx) = 0;
   virtual BaseRow row(const BaseRow& keyRow, uint8_t idx) = 0;
+  // As row(), but null for a key that is not there.
+  virtual BaseRow rowIfPresent(const BaseRow& keyRow, uint8_t idx) = 0;
   // rows[i] becomes what row() gives for keyRows[i]. A table that makes its rows on demand can have
   // the ways to many of them in memory at once. What is in `rows` after an exception is not said.
   // requires: both have one size.

@@ -117,11 +117,13 @@ auto readFrom(const Map& map, Read read) {
 
 // The empty entry for an absent key.
 template <TableTraits T>
+typename T::Entry lookUp(const MapOf<T>& map, const typename T::Key& key, bool& found) {
+  return readFrom(map, [&] { return map.safeLookup(key, found); });
+}
+template <TableTraits T>
 typename T::Entry lookUp(const MapOf<T>& map, const typename T::Key& key) {
-  return readFrom(map, [&] {
-    bool found = false;
-    return map.safeLookup(key, found);
-  });
+  bool found = false;
+  return lookUp<T>(map, key, found);
 }
 
 // The one empty row that hooks are shown beside the row that is set.
@@ -288,6 +290,7 @@ class TableAdapter : public Vane::DefaultVaTableImplementation {
   std::unique_ptr<Vane::VaRowIteratorImpl> end(uint8_t idx) override;
   std::unique_ptr<Vane::VaRowIteratorImpl> find(const Vane::BaseRow& keyRow, uint8_t idx) override;
   Vane::BaseRow row(const Vane::BaseRow& keyRow, uint8_t idx) override;
+  Vane::BaseRow rowIfPresent(const Vane::BaseRow& keyRow, uint8_t idx) override;
   void rows(std::span<const Vane::BaseRow* const> keyRows, std::span<Vane::BaseRow> rows,
             uint8_t idx) override;
 
@@ -427,6 +430,15 @@ template <class Adapter, TableTraits T>
 Vane::BaseRow TableAdapter<Adapter, T>::row(const Vane::BaseRow& keyRow, uint8_t idx) {
   needPrimary(idx, "row", T::lines.row);
   return rowOf<T>(lookUp<T>(map(), keyOf<T>(keyRow)));
+}
+
+template <class Adapter, TableTraits T>
+Vane::BaseRow TableAdapter<Adapter, T>::rowIfPresent(const Vane::BaseRow& keyRow, uint8_t idx) {
+  needPrimary(idx, "row", T::lines.row);
+  bool found = false;
+  const Entry entry = lookUp<T>(map(), keyOf<T>(keyRow), found);
+  if (!found) return {};
+  return rowOf<T>(entry);
 }
 
 // A few at a time, because their entries lie on the stack.

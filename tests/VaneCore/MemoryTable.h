@@ -82,6 +82,7 @@ class MemoryTable : public Vane::DefaultVaTableImplementation {
     return nullptr;
   }
   Vane::BaseRow row(const Vane::BaseRow&, uint8_t) override { return Vane::BaseRow(); }
+  Vane::BaseRow rowIfPresent(const Vane::BaseRow&, uint8_t) override { return Vane::BaseRow(); }
   void rowIs(Vane::BaseRow&, bool) override {}
   void rowDel(const Vane::BaseRow&) override {}
   void rowDelAll() override {}

@@ -297,6 +297,37 @@ TYPED_TEST(Lookup, RowOfAnAbsentKeyIsZeroInEveryColumn) {
   EXPECT_EQ(row.rowType(), TestFixture::Row::protRowType());
 }
 
+TYPED_TEST(Lookup, RowIfPresentIsTheRowOfAPresentKeyAndNullForAnAbsentOne) {
+  EXPECT_EQ(hex(this->adapter->rowIfPresent(this->s.keyRow(2), 0)), hex(this->s.row(2)));
+  EXPECT_TRUE(this->adapter->rowIfPresent(this->s.keyRow(9), 0).isNull());
+  this->del(2);
+  EXPECT_TRUE(this->adapter->rowIfPresent(this->s.keyRow(2), 0).isNull());
+}
+
+TYPED_TEST(Lookup, RowIfPresentTellsAnEntryThatIsZeroThroughoutFromNone) {
+  typename TestFixture::Row zero;
+  zero.clearRow();
+  const auto isThere = [&] { return !this->adapter->rowIfPresent(zero, 0).isNull(); };
+  EXPECT_FALSE(isThere());
+  typename TestFixture::Entry entry{};
+  TestFixture::Traits::KeyColumns::fromRow(zero, entry.*TestFixture::Traits::key);
+  this->set(entry);
+  EXPECT_TRUE(isThere());
+}
+
+TYPED_TEST(Lookup, RowIfPresentFailsAsRowDoes) {
+  const Vane::BaseRow null, key = this->s.keyRow(1), tooShort(5);
+  const auto ask = [this](const Vane::BaseRow& keyRow, uint8_t idx) {
+    this->adapter->rowIfPresent(keyRow, idx);
+  };
+  EXPECT_EQ(assertionOf([&] { ask(null, 1); }), assertionOf([&] { this->adapter->row(null, 1); }));
+  EXPECT_THROW(ask(null, 0), Vane::VaNullRow);
+  EXPECT_THROW(ask(tooShort, 0), Vane::VaOutOfRange);
+  this->store->corruptRead(0, "slot 0 is torn");
+  EXPECT_THROW(ask(key, 0), Guard::CorruptionDetectedException);
+  EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"slot 0 is torn"});
+}
+
 // More keys than are looked up in one go, every ninth of them absent and some of them twice.
 TYPED_TEST(Lookup, RowsOfManyKeysAreThoseOfEachOfThem) {
   std::vector<Vane::BaseRow> keys;

@@ -23,6 +23,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -98,13 +99,14 @@ class ChangeLog {
       at(end_ - 1).index = index;
     } else if (found.place != 0) {
       if (makeRoomAtEnd()) found = find(key, hash);
-      unlink(found, hash);
-      append(index, key, hash);
+      std::construct_at(&at(end_), index, key);
+      relink(found, end_++, hash);
       bury(found.place - 1);
     } else {
       if (size_ == heads_.count) moreHeads();
       makeRoomAtEnd();
-      append(index, key, hash);
+      std::construct_at(&at(end_), index, key);
+      linkIn(end_++, hash);
       ++size_;
     }
     latestChangeIdx_ = index;
@@ -243,11 +245,44 @@ class ChangeLog {
     head = (head ^ first) | (place + 1) | heads_.mark(hash);
   }
 
-  // requires: room at the end.
-  void append(uint64_t index, const Key& key, uint64_t hash) {
-    std::construct_at(&at(end_), index, key);
-    linkIn(end_++, hash);
+  // Puts a change in the place of one that was found, of the same key: the marks stay as they are.
+  void relink(Found found, Place place, uint64_t hash) {
+    uint32_t& head = heads_.of(hash);
+    const Place first = heads_.placeIn(head);
+    const Place after = at(found.place - 1).link;
+    if (found.before != 0) at(found.before - 1).link = after;
+    at(place).link = found.before != 0 ? first : after;
+    head = (head ^ first) | (place + 1);
   }
+
+  // Links in many, one behind the other. Their heads are all over the memory: each is fetched a few
+  // changes before it is used.
+  class LinkingMany {
+   public:
+    explicit LinkingMany(ChangeLog& log) : log_(log) {}
+    ~LinkingMany() {
+      for (size_t i = count_ - std::min(count_, waiting_.size()); i < count_; ++i) link(i);
+    }
+    LinkingMany(const LinkingMany&) = delete;
+    LinkingMany& operator=(const LinkingMany&) = delete;
+
+    void add(Place place) {
+      if (count_ >= waiting_.size()) link(count_);
+      const uint64_t hash = log_.spread(log_.at(place).key);
+      __builtin_prefetch(&log_.heads_.of(hash), 1);
+      waiting_[count_++ % waiting_.size()] = {place, hash};
+    }
+
+   private:
+    void link(size_t i) {
+      const auto [place, hash] = waiting_[i % waiting_.size()];
+      log_.linkIn(place, hash);
+    }
+
+    ChangeLog& log_;
+    std::array<std::pair<Place, uint64_t>, 16> waiting_;
+    size_t count_ = 0;
+  };
 
   void bury(Place place) {
     at(place).link = grave | (place + 1);
@@ -287,11 +322,13 @@ class ChangeLog {
     first_ -= gone;
     end_ -= gone;
     Place to = 0;
-    for (Place from = first_; from != end_; ++from) {
-      if ((at(from).link & grave) != 0) continue;
-      if (from != to) std::construct_at(&at(to), at(from));
-      linkIn(to, spread(at(to).key));
-      ++to;
+    {
+      LinkingMany linking(*this);
+      for (Place from = first_; from != end_; ++from) {
+        if ((at(from).link & grave) != 0) continue;
+        if (from != to) std::construct_at(&at(to), at(from));
+        linking.add(to++);
+      }
     }
     first_ = 0;
     end_ = to;
@@ -311,9 +348,8 @@ class ChangeLog {
 
   void moreHeads() {
     heads_ = Heads(heads_.count * 2);
-    for (Place place = first_; place != end_; place = changeFrom(place + 1)) {
-      linkIn(place, spread(at(place).key));
-    }
+    LinkingMany linking(*this);
+    for (Place place = first_; place != end_; place = changeFrom(place + 1)) linking.add(place);
   }
 
   uint64_t oldestChangeIdx_ = 1;

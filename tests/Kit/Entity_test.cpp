@@ -193,6 +193,11 @@ TEST(EntityAllocator, GivesAlignedMemory) {
 
 TEST(EntityAllocator, SaysWhenMemoryHasRunOut) {
   memoryHasRunOut = true;
+  if (void* const block = ::operator new(1, std::nothrow)) {
+    memoryHasRunOut = false;
+    ::operator delete(block);
+    GTEST_SKIP() << "operator new is not ours: valgrind puts its own in the place of any";
+  }
   std::string message;
   try {
     Kit::allocateEntity(4321);

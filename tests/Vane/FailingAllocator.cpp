@@ -17,13 +17,26 @@
 
 namespace FailingAllocator {
 
-const bool isOurs = ROWS_OWN_ALLOCATOR;
 constinit thread_local int allocationsUntilFailure = 0;
 constinit thread_local bool staysExhausted = false;
 constinit thread_local long liveBlocks = 0;
 constinit thread_local size_t longestBlock = 0;
 constinit thread_local int callocCalls = 0;
 constinit thread_local int reallocCalls = 0;
+
+namespace {
+
+bool countsAllocations() {
+  const long before = liveBlocks;
+  void* volatile block = std::malloc(1);
+  const bool counts = liveBlocks != before;
+  std::free(block);
+  return counts;
+}
+
+}  // namespace
+
+const bool isOurs = countsAllocations();
 
 }  // namespace FailingAllocator
 

@@ -2,8 +2,8 @@
 // leaves behind, what it leaks.
 //
 // A program that links FailingAllocator.cpp has its own malloc, calloc, realloc and free before the
-// C library's. operator new uses them too. A sanitizer brings its own allocator; there nothing is
-// counted, nothing fails, and the tests are skipped.
+// C library's. operator new uses them too. A sanitizer brings its own allocator, and valgrind puts
+// one in the place of any: there nothing is counted, nothing fails, and the tests are skipped.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,7 +19,9 @@
 
 namespace FailingAllocator {
 
+// Whether allocations come to us.
 extern const bool isOurs;
+inline constexpr auto isNotOurs = "the allocator is a sanitizer's, or valgrind's";
 
 // Of the calling thread.
 extern constinit thread_local int allocationsUntilFailure;  // 0: none is to fail
@@ -35,7 +37,7 @@ constexpr auto otherError = "not of memory: ";
 class Test : public testing::Test {
  protected:
   void SetUp() override {
-    if (!isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+    if (!isOurs) GTEST_SKIP() << isNotOurs;
   }
 };
 

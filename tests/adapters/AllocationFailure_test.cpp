@@ -33,7 +33,7 @@ template <class A>
 class AdapterAllocationFailure : public AdapterTest<A> {
  protected:
   void SetUp() override {
-    if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+    if (!FailingAllocator::isOurs) GTEST_SKIP() << FailingAllocator::isNotOurs;
     // What is made once in a process is made here.
     onNewTable([](TypeParamAdapter& adapter) {
       TestFixture::readAll(adapter);

@@ -181,7 +181,7 @@ TEST(ChangeLog, KeepsTheOrderOfWhatIsLeftWhenTheDeadAreTakenOut) {
 }
 
 TEST(ChangeLog, GivesBackTheMemoryOfWhatHasBeenPruned) {
-  if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+  if (!FailingAllocator::isOurs) GTEST_SKIP() << FailingAllocator::isNotOurs;
   Log log(8);
   const long before = FailingAllocator::liveBlocks;
   for (uint32_t key = 0; key < 100000; ++key) {
@@ -193,7 +193,7 @@ TEST(ChangeLog, GivesBackTheMemoryOfWhatHasBeenPruned) {
 
 // Wherever the memory for a change ends.
 TEST(ChangeLog, AChangeThatCannotBeHeldLeavesTheLogAsItWas) {
-  if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+  if (!FailingAllocator::isOurs) GTEST_SKIP() << FailingAllocator::isNotOurs;
   Log log(1);
   Nodes expected;
   size_t failures = 0;

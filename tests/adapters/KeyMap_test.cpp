@@ -60,7 +60,7 @@ template <class A>
 class AdapterKeyMap : public AdapterTest<A> {
  protected:
   void SetUp() override {
-    if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+    if (!FailingAllocator::isOurs) GTEST_SKIP() << FailingAllocator::isNotOurs;
   }
 };
 TYPED_TEST_SUITE(AdapterKeyMap, Adapters, AdapterNames);

@@ -49,7 +49,7 @@ template <class Row>
 class TypedAllocationFailure : public WithDB {
  protected:
   void SetUp() override {
-    if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+    if (!FailingAllocator::isOurs) GTEST_SKIP() << FailingAllocator::isNotOurs;
     Row::protRowType();
   }
   static constexpr size_t fixed = Known<Row>::fixedLength;
@@ -159,7 +159,7 @@ class OwnRow final : public RoutingTypes::TypedRow<OwnRow> {
 class VariableColumnsFailure : public WithDB {
  protected:
   void SetUp() override {
-    if (!FailingAllocator::isOurs) GTEST_SKIP() << "the allocator is the sanitizer's";
+    if (!FailingAllocator::isOurs) GTEST_SKIP() << FailingAllocator::isNotOurs;
   }
 };
 

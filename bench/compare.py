@@ -204,6 +204,16 @@ def measure(chosen, directory):
     return figures, context, failures
 
 
+def judged_all(chosen, figures, about):
+    """Each target with the values of the runs so far and the verdict, and what the runs were."""
+    runs = [measured.medians() for measured in figures]
+    checks = [(check, *judged(check, runs)) for check in targets.CHECKS]
+    if chosen.only:
+        checks = [entry for entry in checks if entry[1]]
+    return checks, about | {"date": time.strftime("%Y-%m-%d"), "runs": str(len(figures)),
+                            "repetitions": str(chosen.repetitions), "quick": str(chosen.quick).lower()}
+
+
 def main():
     chosen = options()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("bench: ended by a signal"))  # and tidies up
@@ -212,27 +222,24 @@ def main():
     os.environ["ROUTING_BENCH_DIR"] = directory
     if chosen.prefixes:
         os.environ["ROUTING_PREFIXES"] = str(pathlib.Path(chosen.prefixes).resolve())
+    out = chosen.out or TREE / ("build/performance" if chosen.quick or chosen.only else "docs/performance")
+    out.mkdir(parents=True, exist_ok=True)
     figures, failures = [], []
     try:
-        for _ in range(chosen.runs):
+        for run in range(chosen.runs):
+            print(f"run {run + 1} of {chosen.runs}", file=sys.stderr)
             measured, context, failed = measure(chosen, directory)
             figures.append(measured)
             failures += failed
+            # After each, so that what was measured is there even if the next one is ended.
+            checks, about = judged_all(chosen, figures, machine(context) | {"load when it began": f"{load:.1f}"})
+            report.write_json(out / "figures.json", checks, about, figures, spread)
+            report.write_chart(out / "targets.svg", checks, about)
+            if out == TREE / "docs/performance":
+                report.write_page(out.parent / "performance.md", checks, about, figures)
     finally:
         shutil.rmtree(directory, ignore_errors=True)
-    runs = [measured.medians() for measured in figures]
-    checks = [(check, *judged(check, runs)) for check in targets.CHECKS]
-    about = machine(context) | {"load when it began": f"{load:.1f}", "date": time.strftime("%Y-%m-%d"),
-                                "runs": str(chosen.runs), "repetitions": str(chosen.repetitions), "quick": str(chosen.quick).lower()}
-    if chosen.only:
-        checks = [entry for entry in checks if entry[1]]
-    report.print_table(checks, about)
-    out = chosen.out or TREE / ("build/performance" if chosen.quick or chosen.only else "docs/performance")
-    out.mkdir(parents=True, exist_ok=True)
-    report.write_json(out / "figures.json", checks, about, figures, spread)
-    report.write_chart(out / "targets.svg", checks, about)
-    if out == TREE / "docs/performance":
-        report.write_page(out.parent / "performance.md", checks, about)
+    report.print_table(checks, about, figures)
     print(f"\nfigures and chart: {out}/figures.json, {out}/targets.svg")
     if failures:
         sys.exit("bench: not measured: " + "\nbench: not measured: ".join(failures))

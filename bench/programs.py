@@ -111,11 +111,12 @@ def readers(agent):
 
 def measure_p4runtime(figures, bin_, directory, repetitions):
     for _ in range(repetitions):
-        with Agent(bin_, directory) as agent:
-            rates = agent.client("bench", "--routes", str(MANY), "--batch", str(BATCH))
-        figures.add("P4Runtime_Write", 1e9 / float(rates["inserts_per_s"]))
-        figures.add("P4Runtime_Delete", 1e9 / float(rates["deletes_per_s"]))
-        figures.add("P4Runtime_Read", 1e9 / float(rates["reads_per_s"]))
+        for in_flight in (1, 4):
+            with Agent(bin_, directory) as agent:
+                rates = agent.client("bench", "--routes", str(MANY), "--batch", str(BATCH), "--in-flight", str(in_flight))
+            for figure, rate in (("Write", "inserts"), ("Delete", "deletes")):
+                figures.add(f"P4Runtime_{figure}/in_flight:{in_flight}", 1e9 / rates[f"{rate}_per_s"])
+            figures.add("P4Runtime_Read", 1e9 / rates["reads_per_s"])
 
 
 def measure_readers(figures, bin_, directory, repetitions):

@@ -5,6 +5,8 @@ import json
 import math
 import statistics
 
+from targets import ABSOLUTES
+
 
 def shown(value, unit):
     if unit == "/s":
@@ -28,14 +30,24 @@ def tally(checks):
     return ", ".join(f"{words.count(word)} {word}" for word in ("met", "missed", "not measured"))
 
 
-def print_table(checks, about):
+def absolutes(figures):
+    """Name and value of what the ratios come from, and what the machine itself takes."""
+    for name, subject in ABSOLUTES:
+        values = [value for run in figures for value in run.get(subject, [])]
+        if values:
+            yield name, f"{statistics.median(values):,.1f} ns"
+
+
+def print_table(checks, about, figures):
     for name, value in about.items():
         print(f"{name}: {value}")
     print(f"\n{'#':>2}  {'figure':<46} {'target':<14} {'measured':>14}  {'verdict':<14} runs")
     for check, values, verdict in checks:
         print(f"{check.row:>2}  {check.figure:<46} {check.wanted:<14} {middle(check, values):>14}  {verdict:<14} "
               f"{between(check, values)}".rstrip())
-    print("\n" + tally(checks))
+    print("\n" + tally(checks) + "\n")
+    for name, value in absolutes(figures):
+        print(f"{name:<58}{value:>14}")
 
 
 def write_json(path, checks, about, runs, spread):
@@ -56,7 +68,7 @@ def write_json(path, checks, about, runs, spread):
 BEGIN, END = "<!-- written by ./dev bench: begin -->", "<!-- end -->"
 
 
-def write_page(path, checks, about):
+def write_page(path, checks, about, figures):
     """Exchanges the table in the page of figures."""
     before, _, rest = path.read_text().partition(BEGIN)
     _, _, after = rest.partition(END)
@@ -65,7 +77,9 @@ def write_page(path, checks, about):
              "| # | figure | target | measured | lowest and highest run | verdict |", "|---|---|---|---|---|---|"]
     lines += [f"| {check.row} | {check.figure} | {check.wanted.replace('<', '&lt;')} | {middle(check, values)} "
               f"| {between(check, values)} | {verdict} |" for check, values, verdict in checks]
-    path.write_text(before + BEGIN + "\n".join(lines) + f"\n\n{tally(checks)}.\n" + END + after)
+    lines += ["", f"{tally(checks)}.", "", "| what the ratios come from, with a million routes | time of one |", "|---|---|"]
+    lines += [f"| {name} | {value} |" for name, value in absolutes(figures)]
+    path.write_text(before + BEGIN + "\n".join(lines) + "\n" + END + after)
 
 
 def instruction_figures(path):

@@ -135,6 +135,16 @@ class Lookup : public AdapterTest<A> {
   Lookup() {
     for (const uint32_t i : {1, 2, 3, 4}) this->set(i);
   }
+  // `ask` has the adapter look a key row up, by an index.
+  void expectFailuresOfRow(auto ask) {
+    const Vane::BaseRow null, key = this->s.keyRow(1), tooShort(5);
+    EXPECT_EQ(assertionOf([&] { ask(null, 1); }), assertionOf([&] { adapter->row(null, 1); }));
+    EXPECT_THROW(ask(null, 0), Vane::VaNullRow);
+    EXPECT_THROW(ask(tooShort, 0), Vane::VaOutOfRange);
+    this->store->corruptRead(0, "slot 0 is torn");
+    EXPECT_THROW(ask(key, 0), Guard::CorruptionDetectedException);
+    EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"slot 0 is torn"});
+  }
   const std::unique_ptr<A> adapter = this->makeAdapter();
 };
 TYPED_TEST_SUITE(Lookup, Adapters, AdapterNames);
@@ -316,16 +326,9 @@ TYPED_TEST(Lookup, RowIfPresentTellsAnEntryThatIsZeroThroughoutFromNone) {
 }
 
 TYPED_TEST(Lookup, RowIfPresentFailsAsRowDoes) {
-  const Vane::BaseRow null, key = this->s.keyRow(1), tooShort(5);
-  const auto ask = [this](const Vane::BaseRow& keyRow, uint8_t idx) {
+  this->expectFailuresOfRow([this](const Vane::BaseRow& keyRow, uint8_t idx) {
     this->adapter->rowIfPresent(keyRow, idx);
-  };
-  EXPECT_EQ(assertionOf([&] { ask(null, 1); }), assertionOf([&] { this->adapter->row(null, 1); }));
-  EXPECT_THROW(ask(null, 0), Vane::VaNullRow);
-  EXPECT_THROW(ask(tooShort, 0), Vane::VaOutOfRange);
-  this->store->corruptRead(0, "slot 0 is torn");
-  EXPECT_THROW(ask(key, 0), Guard::CorruptionDetectedException);
-  EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"slot 0 is torn"});
+  });
 }
 
 // More keys than are looked up in one go, every ninth of them absent and some of them twice.
@@ -349,18 +352,11 @@ TYPED_TEST(Lookup, RowsOfNoKeysAreNone) {
 }
 
 TYPED_TEST(Lookup, RowsFailAsRowDoes) {
-  const Vane::BaseRow null, key = this->s.keyRow(1), tooShort(5);
-  const auto ask = [this](const Vane::BaseRow& keyRow, uint8_t idx) {
+  this->expectFailuresOfRow([this](const Vane::BaseRow& keyRow, uint8_t idx) {
     const std::array wanted{&keyRow};
     std::array<Vane::BaseRow, 1> rows;
     this->adapter->rows(wanted, rows, idx);
-  };
-  EXPECT_EQ(assertionOf([&] { ask(null, 1); }), assertionOf([&] { this->adapter->row(null, 1); }));
-  EXPECT_THROW(ask(null, 0), Vane::VaNullRow);
-  EXPECT_THROW(ask(tooShort, 0), Vane::VaOutOfRange);
-  this->store->corruptRead(0, "slot 0 is torn");
-  EXPECT_THROW(ask(key, 0), Guard::CorruptionDetectedException);
-  EXPECT_EQ(this->store->corruptions(), std::vector<std::string>{"slot 0 is torn"});
+  });
 }
 
 TYPED_TEST(Lookup, AKeyRowWithoutABufferIsANullRow) {

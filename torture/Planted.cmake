@@ -79,20 +79,22 @@ plant(erase-listed-before-its-entry-is-gone TableWriter.cpp
   crashPoint<"erase: entry gone">();
   put(table_.slot(slot).state, freeState(next));]])
 plant(insert-live-before-its-entry TableWriter.cpp
-  [[  writeEntry(head, entry);
-  index_.add(hash, slot);]]
-  [[  put(table_.slot(slot).state, slotLive);
-  writeEntry(head, entry);
-  index_.add(hash, slot);]])
+  [[  SlotHead& head = table_.slot(slot);
+  writeEntry(head, entry);]]
+  [[  SlotHead& head = table_.slot(slot);
+  put(head.state, slotLive);
+  writeEntry(head, entry);]])
 plant(insert-live-before-its-index-word TableWriter.cpp
-  [[  writeEntry(head, entry);
-  index_.add(hash, slot);]]
-  [[  writeEntry(head, entry);
-  put(table_.slot(slot).state, slotLive);
-  crashPoint<"insert: live too early">();
-  index_.add(hash, slot);]])
+  [[  SlotHead& head = table_.slot(slot);
+  writeEntry(head, entry);]]
+  [[  SlotHead& head = table_.slot(slot);
+  writeEntry(head, entry);
+  put(head.state, slotLive);
+  crashPoint<"insert: live too early">();]])
+plant(insert-where-its-search-ended-before-the-index-changed TableWriter.cpp
+  [[if (reusable == 0 && header.indexVersion == version)]] [[if (place != noPlace)]])
 plant(insert-not-counted TableWriter.cpp
-  [[  put(header().live, header().operation.liveBefore + 1);
+  [[  put(header.live, header.operation.liveBefore + 1);
   crashPoint<"insert: counted">();]]
   [[  crashPoint<"insert: counted">();]])
 plant(erase-loses-its-slot TableWriter.cpp
@@ -116,11 +118,11 @@ plant(operation-not-recorded TableWriter.cpp
 ]])
 plant(operation-recorded-before-its-fields TableWriter.cpp
   [[  put(operation.slot, slot);
-  put(operation.liveBefore, header().live);]]
+  put(operation.liveBefore, header.live);]]
   [[  put(operation.kind, kind);
   crashPoint<"record: too early">();
   put(operation.slot, slot);
-  put(operation.liveBefore, header().live);]])
+  put(operation.liveBefore, header.live);]])
 plant(operation-never-over TableWriter.cpp
   [[  crashPoint<"record: change told">();
   put(operation.kind, OperationRecord::none);]]
@@ -176,10 +178,10 @@ plant(change-counted-before-its-key TableWriter.cpp
   [[  put(record.number, 0);
   crashPoint<"change: record opened">();]]
   [[  put(record.number, number);
-  put(header().changes, number);
+  put(header.changes, number);
   crashPoint<"change: record opened">();]])
 plant(change-told-twice TableWriter.cpp
-  [[  if (header().changes == operation.changesBefore) publish(kind, operation.slot);]]
+  [[  if (header.changes == operation.changesBefore) publish(kind, operation.slot);]]
   [[  publish(kind, operation.slot);]])
 
 # Bounds and memory.

@@ -5,12 +5,12 @@
 #pragma once
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "platform/Guard/Exception.h"
 #include "platform/Shoal/TableStore.h"
@@ -23,8 +23,8 @@ concept NamesTruths = requires {
   Entry::truths;
 };
 
-// An entry type says what its key is: `static constexpr auto key = &Entry::field`, whose type is
-// Key. Key and Entry are plain bytes without hidden padding.
+// Key and Entry are plain bytes without hidden padding; where in an entry its key is, the table's
+// layout says.
 //
 // Another process wrote the bytes. Any bytes are a number or an address, if not one that means
 // something; but not a bool: an entry in which one is neither 0 nor 1 is not handed out, and
@@ -58,12 +58,18 @@ class ShoalMap {
   // Hands every entry, in slot order, to `visit`.
   template <class Visit>
   void forEach(Visit&& visit) const {
-    store_->forEach([&](Bytes bytes) {
-      Entry entry;
-      std::memcpy(&entry, bytes.data(), sizeof entry);
-      checked(true, entry);
-      visit(std::as_const(entry));
-    });
+    const EntryLayout& shape = store_->layout();
+    std::vector<Entry> batch(std::max<size_t>(1, TableStore::bytesAtATime / sizeof(Entry)));
+    Bytes last;
+    IterHint hint;
+    while (const size_t count =
+               store_->nextBatch(last, hint, std::as_writable_bytes(std::span(batch)))) {
+      for (Entry& entry : std::span(batch).first(count)) {
+        checked(true, entry);
+        visit(std::as_const(entry));
+      }
+      last = bytesOf(std::as_const(batch[count - 1])).subspan(shape.keyOffset, shape.keySize);
+    }
   }
 
   // The entry of `key` and true in `found`, or the empty entry (all zero) and false.

@@ -6,17 +6,6 @@
 
 namespace Shoal {
 
-template <class Shape>
-void IndexWriter<Shape>::addTo(uint32_t level, uint64_t hash, uint32_t slot) {
-  const uint32_t mask = table_.plan.levelWords[level] - 1;
-  uint32_t* words = table_.index(level);
-  uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
-  for (uint32_t count = 0; words[at] != 0; at = (at + 1) & mask) {
-    if (++count > mask) table_.corrupt("index without an end");
-  }
-  put(words[at], table_.plan.wordOf(hash, slot));
-}
-
 // Readers meet the next level only when it is complete. A writer killed before that leaves words in
 // it, hence the zeroing.
 template <class Shape>

@@ -32,21 +32,24 @@ struct IndexLevel {
   uint32_t mask;
 };
 
+inline constexpr uint32_t noPlace = UINT32_MAX;
+
 // Hands the slots that may hold the key to `visit`, in probe order, until it says that it is done.
-// Returns whether it did; else there is no further one.
+// Returns noPlace if it did; else there is no further one, and the place of the empty word at which
+// the search ended.
 template <class Visit>
-[[gnu::always_inline]] inline bool probe(const TableView& table, uint64_t hash, Visit&& visit) {
+[[gnu::always_inline]] inline uint32_t probe(const TableView& table, uint64_t hash, Visit&& visit) {
   const auto [words, mask] = IndexLevel(table);
   const uint32_t tag = table.plan.tagOf(hash), slotMask = table.plan.slotMask();
   uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
   for (uint32_t count = 0; count <= mask; ++count, at = (at + 1) & mask) {
     const uint32_t word = look(words[at]);
-    if (word == 0) return false;
+    if (word == 0) return at;
     const uint32_t withoutTag = word ^ tag;
     if (withoutTag > slotMask) continue;  // the tag of another key
     const uint32_t slot = withoutTag - 1;
     if (slot >= table.plan.capacity) table.corrupt("index word without a slot");
-    if (visit(slot)) return true;
+    if (visit(slot)) return noPlace;
   }
   table.corrupt("index without an end");
 }
@@ -64,6 +67,10 @@ class IndexWriter {
   }
   // Adds the word of a slot whose key has this hash. requires: there is room, no word of it yet.
   void add(uint64_t hash, uint32_t slot) { addTo(level(), hash, slot); }
+  // The same, where a search for the key has ended. requires: the index is as it was then.
+  void addAt(uint32_t place, uint64_t hash, uint32_t slot) {
+    put(table_.index(level())[place], table_.plan.wordOf(hash, slot));
+  }
   // Takes out the word of a slot that is not live, if it has one. requires: the slot still has the
   // key under which it was added.
   void remove(uint32_t slot);
@@ -74,7 +81,15 @@ class IndexWriter {
 
  private:
   uint32_t level() const { return table_.header().indexLevel; }
-  void addTo(uint32_t level, uint64_t hash, uint32_t slot);
+  void addTo(uint32_t level, uint64_t hash, uint32_t slot) {
+    const uint32_t mask = table_.plan.levelWords[level] - 1;
+    uint32_t* const words = table_.index(level);
+    uint32_t at = static_cast<uint32_t>(hash >> 32) & mask;
+    for (uint32_t count = 0; words[at] != 0; at = (at + 1) & mask) {
+      if (++count > mask) table_.corrupt("index without an end");
+    }
+    put(words[at], table_.plan.wordOf(hash, slot));
+  }
   void grow();
   void closeHole(uint32_t hole);
   uint32_t wordForHole(uint32_t hole) const;

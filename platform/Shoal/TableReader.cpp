@@ -46,10 +46,11 @@ bool TableReader<Shape>::lookup(const std::byte* key, uint64_t hash, std::byte* 
   for (Attempts attempts(table_);; attempts.again()) {
     const uint32_t version = look(table_.header().indexVersion);
     Seen seen = Seen::absent;
-    const bool isDecided = probe(table_, hash, [&](uint32_t slot) {
+    const uint32_t end = probe(table_, hash, [&](uint32_t slot) {
       seen = readSlot(table_, table_.slot(slot), key, entry);
       return seen == Seen::whole || seen == Seen::moved;
     });
+    const bool isDecided = end == noPlace;
     if (isDecided && seen == Seen::whole) return true;
     if (!isDecided && look(table_.header().indexVersion) == version) return false;
   }
@@ -138,7 +139,7 @@ uint32_t TableReader<Shape>::slotAfterByIndex(const std::byte* key, uint64_t has
   for (Attempts attempts(table_);; attempts.again()) {
     const uint32_t version = look(table_.header().indexVersion);
     std::optional<uint32_t> remembered;
-    const bool present = probe(table_, hash, [&](uint32_t slot) {
+    const uint32_t end = probe(table_, hash, [&](uint32_t slot) {
       const SlotHead& head = table_.slot(slot);
       const uint32_t sequence = look(head.sequence);
       const bool live = kindOf(look(head.state)) == slotLive;
@@ -147,6 +148,7 @@ uint32_t TableReader<Shape>::slotAfterByIndex(const std::byte* key, uint64_t has
       if (same && whole && look(head.sequence) == sequence) remembered = slot;
       return same && live;
     });
+    const bool present = end == noPlace;
     if (present && remembered) return *remembered + 1;
     if (!present && look(table_.header().indexVersion) == version) {
       return remembered ? *remembered + 1

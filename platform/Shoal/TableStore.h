@@ -95,6 +95,9 @@ class TableStore {
     return (after.empty() ? first(hint, entry) : next(after, hint, entry)) ? 1 : 0;
   }
 
+  // Read in one go by a walk: some dozens of entries, that stay in the nearest cache.
+  static constexpr size_t bytesAtATime = 8192;
+
   // Hands every entry, in slot order and read a batch at a time, to `visit`.
   template <class Visit>
   void forEach(Visit&& visit) const {
@@ -137,9 +140,6 @@ class TableStore {
   virtual uint64_t corruptionsDetected() const = 0;
 
  protected:
-  // Read in one go by a walk: some dozens of entries, that stay in the nearest cache.
-  static constexpr size_t bytesAtATime = 8192;
-
   TableStore() = default;
 };
 

@@ -19,10 +19,6 @@ constexpr uint64_t smallestClaim = 64u << 10;  // bytes
 constexpr uint64_t largestClaim = 4u << 20;    // bytes
 constexpr uint32_t slotsAhead = 8;
 
-// So many changes come between two wake-ups, if nobody asks for one sooner: a waking costs both
-// sides more than some dozens of changes. A sleeper is then far from missing any.
-uint64_t changesPerWake(const Plan& plan) { return std::max(64u, plan.ringRecords / 64); }
-
 [[noreturn]] void throwFull(const TableView& table) {
   std::ostringstream text;
   text << "shared table \"" << table.name << "\": full: capacity " << table.plan.capacity
@@ -66,11 +62,12 @@ std::string stateFault(const Header& header, const Plan& plan) {
 template <class Shape>
 bool TableWriter<Shape>::set(const std::byte* key, const std::byte* entry) {
   const uint64_t hash = table_.hashOf(key);
-  if (const auto slot = find(key, hash)) {
-    replace(*slot, entry);
+  const Found found = find(key, hash);
+  if (found.place == noPlace) {
+    replace(found.slot, entry);
     return false;
   }
-  insert(hash, entry);
+  insert(hash, found.place, entry);
   return true;
 }
 
@@ -88,9 +85,9 @@ void TableWriter<Shape>::reserve(uint64_t entries) {
 
 template <class Shape>
 bool TableWriter<Shape>::erase(const std::byte* key) {
-  const auto slot = find(key, table_.hashOf(key));
-  if (!slot) return false;
-  eraseSlot(*slot);
+  const Found found = find(key, table_.hashOf(key));
+  if (found.place != noPlace) return false;
+  eraseSlot(found.slot);
   return true;
 }
 
@@ -153,33 +150,37 @@ void TableWriter<Shape>::listAll() {
 }
 
 template <class Shape>
-[[gnu::always_inline]] inline std::optional<uint32_t> TableWriter<Shape>::find(
+[[gnu::always_inline]] inline typename TableWriter<Shape>::Found TableWriter<Shape>::find(
     const std::byte* key, uint64_t hash) const {
-  std::optional<uint32_t> found;
-  probe(table_, hash, [&](uint32_t slot) {
+  Found found;
+  found.place = probe(table_, hash, [&](uint32_t slot) {
     if (slot >= header().highWater) table_.corrupt("index word without a slot");
-    const bool same =
-        kindOf(table_.slot(slot).state) == slotLive &&
-        std::memcmp(table_.entry(slot) + table_.shape.keyOffset, key, table_.shape.keySize) == 0;
-    if (same) found = slot;
-    return same;
+    found.slot = slot;
+    return kindOf(table_.slot(slot).state) == slotLive &&
+           std::memcmp(table_.entry(slot) + table_.shape.keyOffset, key, table_.shape.keySize) == 0;
   });
   return found;
 }
 
 template <class Shape>
-void TableWriter<Shape>::insert(uint64_t hash, const std::byte* entry) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::insert(uint64_t hash, uint32_t place,
+                                                              const std::byte* entry) {
   ensureChange();
-  const uint32_t reusable = header().freeHead;
+  Header& header = header_;
+  const uint32_t reusable = header.freeHead, version = header.indexVersion;
   const uint32_t slot =
-      reusable != 0 ? takeFreeSlot(reusable - 1) : takeFreshSlot(header().highWater);
+      reusable != 0 ? takeFreeSlot(reusable - 1) : takeFreshSlot(header.highWater);
   SlotHead& head = table_.slot(slot);
   writeEntry(head, entry);
-  index_.add(hash, slot);
+  // The index is as it was searched, unless it has grown or an old word was taken out meanwhile.
+  if (reusable == 0 && header.indexVersion == version) [[likely]]
+    index_.addAt(place, hash, slot);
+  else
+    index_.add(hash, slot);
   crashPoint<"insert: index word added">();
   put(head.state, slotLive);
   crashPoint<"insert: entry there">();
-  put(header().live, header().operation.liveBefore + 1);
+  put(header.live, header.operation.liveBefore + 1);
   crashPoint<"insert: counted">();
   end(ChangeHead::set);
 }
@@ -214,7 +215,8 @@ template <class Shape>
 }
 
 template <class Shape>
-void TableWriter<Shape>::replace(uint32_t slot, const std::byte* entry) {
+[[gnu::always_inline]] inline void TableWriter<Shape>::replace(uint32_t slot,
+                                                               const std::byte* entry) {
   ensureChange();
   SlotHead& head = table_.slot(slot);
   const uint32_t odd = head.sequence | 1;
@@ -254,15 +256,18 @@ template <class Shape>
 // The two records take turns, so that a reader has a whole further replace's time to copy one.
 template <class Shape>
 [[gnu::always_inline]] inline void TableWriter<Shape>::keepInJournal(uint32_t slot, uint32_t odd) {
-  const uint32_t turn = header().operation.journalTurn & 1;
-  put(header().operation.journalTurn, turn ^ 1);
+  OperationRecord& operation = header_.operation;
+  const uint32_t turn = operation.journalTurn & 1;
+  put(operation.journalTurn, turn ^ 1);
   crashPoint<"journal: turn taken">();
   JournalHead& record = table_.journal(turn);
+  std::byte* const kept = table_.journalEntry(turn);
+  const std::byte* const entry = table_.entry(slot);
   put(record.sequence, 0);
   crashPoint<"journal: record opened">();
   put(record.slot, slot + 1);
   crashPoint<"journal: slot named">();
-  copyIn(table_.journalEntry(turn), table_.entry(slot), table_.shape.entrySize);
+  copyIn(kept, entry, table_.shape.entrySize);
   crashPoint<"journal: old entry kept">();
   put(record.sequence, odd);
   crashPoint<"journal: record counts">();
@@ -327,11 +332,12 @@ uint32_t TableWriter<Shape>::claimElements(uint64_t offset, uint64_t stride, uin
 template <class Shape>
 [[gnu::always_inline]] inline void TableWriter<Shape>::begin(OperationRecord::Kind kind,
                                                              uint32_t slot, uint32_t odd) {
-  OperationRecord& operation = header().operation;
+  Header& header = header_;
+  OperationRecord& operation = header.operation;
   put(operation.slot, slot);
-  put(operation.liveBefore, header().live);
+  put(operation.liveBefore, header.live);
   put(operation.sequence, odd);
-  put(operation.changesBefore, header().changes);
+  put(operation.changesBefore, header.changes);
   crashPoint<"record: filled in">();
   put(operation.kind, kind);
   crashPoint<"record: operation begun">();
@@ -339,8 +345,9 @@ template <class Shape>
 
 template <class Shape>
 [[gnu::always_inline]] inline void TableWriter<Shape>::end(ChangeHead::Kind kind) {
-  OperationRecord& operation = header().operation;
-  if (header().changes == operation.changesBefore) publish(kind, operation.slot);
+  Header& header = header_;
+  OperationRecord& operation = header.operation;
+  if (header.changes == operation.changesBefore) publish(kind, operation.slot);
   crashPoint<"record: change told">();
   put(operation.kind, OperationRecord::none);
   crashPoint<"record: operation over">();
@@ -349,20 +356,23 @@ template <class Shape>
 template <class Shape>
 [[gnu::always_inline]] inline void TableWriter<Shape>::publish(ChangeHead::Kind kind,
                                                                uint32_t slot) {
-  const uint64_t number = header().changes + 1;
+  Header& header = header_;
+  const uint64_t number = header.changes + 1;
   ChangeHead& record = table_.change(number);
+  const std::byte* const key = table_.entry(slot) + table_.shape.keyOffset;
   put(record.number, 0);
   crashPoint<"change: record opened">();
   put(record.kind, kind);
   put(record.slot, slot);
   crashPoint<"change: kind and slot written">();
-  copyIn(keyOf(record), table_.entry(slot) + table_.shape.keyOffset, table_.shape.keySize);
+  copyIn(keyOf(record), key, table_.shape.keySize);
   crashPoint<"change: key written">();
   put(record.number, number);
   crashPoint<"change: numbered">();
-  put(header().changes, number);
+  put(header.changes, number);
   crashPoint<"change: counted">();
-  if ((number & (changesPerWake(table_.plan) - 1)) == 0) wakeFollowers();
+  if ((number & (changesPerWake_ - 1)) == 0) [[unlikely]]
+    wakeFollowers();
 }
 
 template <class Shape>

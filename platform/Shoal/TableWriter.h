@@ -6,8 +6,8 @@
 // are in program order.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
-#include <optional>
 
 #include "platform/Shoal/Memory.h"
 #include "platform/Shoal/TableIndex.h"
@@ -19,7 +19,11 @@ template <class Shape>
 class TableWriter {
  public:
   TableWriter(const ShapedView<Shape>& table, Memory& memory)
-      : table_(table), header_(table.header()), memory_(memory), index_(table, memory) {}
+      : table_(table),
+        header_(table.header()),
+        memory_(memory),
+        index_(table, memory),
+        changesPerWake_(std::max(64u, table.plan.ringRecords / 64)) {}
 
   // Finishes or takes back the operation in which the last writer was killed. May itself be killed
   // and repeated. Claims again whatever the header says is claimed.
@@ -32,8 +36,14 @@ class TableWriter {
   void wakeFollowers();
 
  private:
-  std::optional<uint32_t> find(const std::byte* key, uint64_t hash) const;
-  void insert(uint64_t hash, const std::byte* entry);
+  // Of a key that is there, its slot, and noPlace; else the empty word of the index that its search
+  // ended at.
+  struct Found {
+    uint32_t place = noPlace;
+    uint32_t slot = 0;
+  };
+  Found find(const std::byte* key, uint64_t hash) const;
+  void insert(uint64_t hash, uint32_t place, const std::byte* entry);
   void replace(uint32_t slot, const std::byte* entry);
   void eraseSlot(uint32_t slot);
 
@@ -67,6 +77,9 @@ class TableWriter {
   Header& header_;
   Memory& memory_;
   IndexWriter<Shape> index_;
+  // So many changes come between two wake-ups, if nobody asks for one sooner: a waking costs both
+  // sides more than some dozens of changes. A sleeper is then far from missing any. A power of two.
+  uint64_t changesPerWake_;
 };
 
 // What is wrong with the numbers in the header that the writer builds on: empty if nothing is.

@@ -133,6 +133,21 @@ void findHit(State& state) {
   itemsPerStep(state, 1);
 }
 
+// Each key comes from the entry before: no look-up begins before the last one has ended.
+template <RouteMap M>
+void findInTurn(State& state) {
+  M& map = filled<M>(static_cast<size_t>(state.range()));
+  const auto list = prefixes(static_cast<size_t>(state.range()));
+  IpDestination found;
+  found.destinationId = 0;
+  for (auto _ : state) {
+    const size_t next = found.destinationId + size_t{1};
+    map.find(list[next == list.size() ? 0 : next], found);
+  }
+  check(found.destinationPrefix == list[found.destinationId], "the entry of a present key");
+  itemsPerStep(state, 1);
+}
+
 template <RouteMap M>
 void findAbsent(State& state) {
   M& map = filled<M>(static_cast<size_t>(state.range()));
@@ -161,12 +176,13 @@ struct MapSubjects {
       : insert_(prefix() + "Insert_Fresh", insertFresh<M>, sizes),
         replace_(prefix() + "Replace", replace<M>, sizes),
         hit_(prefix() + "Find_Hit", findHit<M>, sizes),
+        inTurn_(prefix() + "Find_InTurn", findInTurn<M>, oneMillion),
         absent_(prefix() + "Find_Absent", findAbsent<M>, sizes),
         scan_(prefix() + "Scan", scan<M>, sizes) {}
 
  private:
   static std::string prefix() { return std::string("BM_") + M::name; }
-  Subject insert_, replace_, hit_, absent_, scan_;
+  Subject insert_, replace_, hit_, inTurn_, absent_, scan_;
 };
 
 }  // namespace Bench

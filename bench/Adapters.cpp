@@ -137,6 +137,7 @@ void rowIsFresh(State& state) {
   const auto list = prefixes(static_cast<size_t>(state.range()));
   for (auto _ : state) {
     state.PauseTiming();
+    warmMemoryFor(list.size());
     auto routes = std::make_unique<AdaptedRoutes>(list.size());
     auto rows = fullRows(list, 1);
     state.ResumeTiming();

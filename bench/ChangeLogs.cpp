@@ -68,6 +68,7 @@ void recordFresh(State& state) {
   const auto keys = prefixes(static_cast<size_t>(state.range()));
   for (auto _ : state) {
     state.PauseTiming();
+    warmMemoryFor(keys.size());
     const uint64_t before = allocatedBytes();
     auto log = std::make_unique<Log>(keys.size());
     state.ResumeTiming();

@@ -1,6 +1,7 @@
 // What this process has of the machine's memory.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Bench {
@@ -14,5 +15,10 @@ void giveBackFreed();
 
 // Bytes that the C allocator has handed out.
 uint64_t allocatedBytes();
+
+// Has the kernel hand out memory for so many routes in any kind of map, and takes it back. What is
+// timed next then is the kernel's first touch of a page, and not that of a virtual machine's host,
+// which takes pages away that have been free for a second: dozens of times as long, now and then.
+void warmMemoryFor(size_t routes);
 
 }  // namespace Bench

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "bench/Data.h"
+#include "bench/Memory.h"
 #include "bench/Runner.h"
 #include "platform/Shoal/KeyHash.h"
 
@@ -87,6 +88,7 @@ void insertInto(State& state, Prepare prepare) {
   const auto list = prefixes(routes);
   for (auto _ : state) {
     state.PauseTiming();
+    warmMemoryFor(routes);
     auto map = std::make_unique<M>(routes);
     prepare(*map);
     state.ResumeTiming();

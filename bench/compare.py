@@ -29,7 +29,8 @@ PARTS = {
     "rows": r"^BM_(Row|Flatbuffers|Protobuf|Capnproto|Group|Bare_(Allocation|EntryCopy|Packed|Key|Row|Two))",
     "machine": r"^BM_Bare_(RandomAccess|SequentialRead/routes:1000000$)",
     "tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap)[A-Za-z_]+/routes:1000000$",
-    "adapters": r"^BM_Adapter(Row|Find|Scan)[A-Za-z_]+/routes:1000000$",
+    "adapters": r"^BM_((Adapter(Row|Find|Scan)[A-Za-z_]+|TableFind_Hit|AbslInsert_Fresh)/routes:1000000"
+                r"|Bare_Allocation|RowFromEntry/IpDestination)$",
     "log": r"^BM_(Change|Maps)Log[A-Za-z_]+/routes:(1000|1000000)$",
     "start": r"^BM_AdaptersBuilt",
     "memory": r"^BM_Memory_PerRoute",
@@ -38,6 +39,8 @@ PARTS = {
 FULL_PARTS = {
     "small tables": r"^BM_(Table|Absl|Boost|Lmdb|StdMap|Adapter[A-Za-z_]+|Bare_Sequential)[A-Za-z_]+/routes:(1000|100000)$",
 }
+# Figures that another part has, too.
+MARKS = {"adapters": targets.beside("")}
 # What is compared with itself at another size takes turns with that.
 GROWTH = r"^BM_(Table(Insert_Fresh|Find_Hit|Scan)|ChangeLogRecord_Fresh)/routes:10?000000$"
 # Without what no target is about.
@@ -104,7 +107,7 @@ def commit():
     return done.stdout.strip() or "unknown"
 
 
-def machine(context):
+def machine(context, measured):
     model = "unknown processor"
     for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
         if line.startswith("model name"):
@@ -117,7 +120,7 @@ def machine(context):
         "kernel": os.uname().release,
         "compiler": context.get("compiler", ""),
         "build": "Release",
-        "commit": commit(),
+        "commit": measured,
         "prefixes": context.get("prefixes", ""),
         "peers not here": context.get("peers_not_here", "") or "none",
     }
@@ -189,7 +192,7 @@ def measure(chosen, directory):
 
     for name, filter_ in parts.items():
         if name in wanted:
-            part(name, filter_)
+            part(name, filter_, mark=MARKS.get(name, ""))
     if "ten million" in wanted:
         part("ten million", GROWTH, mark="growth ")
     if "32 bits" in wanted and chosen.program_32:
@@ -217,7 +220,7 @@ def judged_all(chosen, figures, about):
 def main():
     chosen = options()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("bench: ended by a signal"))  # and tidies up
-    load = os.getloadavg()[0]
+    load, measured_commit = os.getloadavg()[0], commit()
     directory = tempfile.mkdtemp(prefix="routing-bench-", dir="/dev/shm")
     os.environ["ROUTING_BENCH_DIR"] = directory
     if chosen.prefixes:
@@ -232,7 +235,7 @@ def main():
             figures.append(measured)
             failures += failed
             # After each, so that what was measured is there even if the next one is ended.
-            checks, about = judged_all(chosen, figures, machine(context) | {"load when it began": f"{load:.1f}"})
+            checks, about = judged_all(chosen, figures, machine(context, measured_commit) | {"load when it began": f"{load:.1f}"})
             report.write_json(out / "figures.json", checks, about, figures, spread)
             report.write_chart(out / "targets.svg", checks, about)
             if out == TREE / "docs/performance":

@@ -6,6 +6,8 @@
 // The body's length tells the family. A value of no family has no body: its descriptor is absent.
 #pragma once
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -55,10 +57,27 @@ struct AddressBody {
                                   : Wire::AddressFamily::unset;
   }
 
+  // Put together in registers, and written as the words that it is read as for a hash or a
+  // comparison: read in other pieces than it was just written in, it would have to wait until the
+  // pieces have left the store buffer.
   T value() const {
-    if (length == ipv4Length) return valueOf<Wire::AddressFamily::ipv4>();
-    if (length == ipv6Length) return valueOf<Wire::AddressFamily::ipv6>();
-    return T{};
+    uint64_t first = headWord(), second = 0;
+    uint32_t last = 0;
+    if (length == ipv4Length) {
+      first |= addressWord(load<uint32_t>(0));
+    } else if (length == ipv6Length) {
+      first |= addressWord(load<uint32_t>(0));
+      second = load<uint64_t>(4);
+      last = load<uint32_t>(12);
+    }
+    T value;
+    static_assert(sizeof value == sizeof first + sizeof second + sizeof last &&
+                  offsetof(T, bytes) == sizeof(uint32_t));
+    auto* const to = reinterpret_cast<uint8_t*>(&value);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + sizeof first, &second, sizeof second);
+    std::memcpy(to + sizeof first + sizeof second, &last, sizeof last);
+    return value;
   }
 
   // requires: a value of a family.
@@ -91,13 +110,20 @@ struct AddressBody {
   }
 
  private:
-  template <Wire::AddressFamily of>
-  T valueOf() const {
-    T value{};
-    value.family = of;
-    if constexpr (prefixByte != 0) value.length = *at;
-    std::memcpy(value.bytes.data(), address(), Wire::addressLength(of));
-    return value;
+  // The value's first eight bytes: family and prefix length in the first two, then the beginning of
+  // the address.
+  static constexpr bool isLittle = std::endian::native == std::endian::little;
+  uint64_t headWord() const {
+    const uint64_t kind = static_cast<uint8_t>(family()), bits = prefixLength();
+    return isLittle ? bits << 8 | kind : kind << 56 | bits << 48;
+  }
+  static uint64_t addressWord(uint32_t bytes) { return isLittle ? uint64_t{bytes} << 32 : bytes; }
+
+  template <class Word>
+  Word load(len_t offset) const {
+    Word word;
+    std::memcpy(&word, address() + offset, sizeof word);
+    return word;
   }
   // Of a length that the compiler knows: it then takes a move or two instead of a call.
   static void copyAddress(uint8_t* to, const uint8_t* from, Wire::AddressFamily family) {

@@ -106,7 +106,7 @@ typename T::Entry entryOfOnly(const typename T::Key& key) {
 
 // What `read` reads of the map. Corruption is told to the map before it passes on.
 template <class Map, class Read>
-auto readFrom(const Map& map, Read read) {
+auto readFrom(const Map& map, Read&& read) {
   try {
     return read();
   } catch (const Guard::CorruptionDetectedException& corruption) {

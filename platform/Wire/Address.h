@@ -79,7 +79,10 @@ struct IpGenPrefix {
   uint32_t ip4HostOrder() const;
   Ip6Addr ip6() const { return Ip6Addr{bytes}; }
 
-  friend bool operator==(const IpGenPrefix&, const IpGenPrefix&) = default;
+  // All of it in words, as it is copied: it has no bytes that mean nothing.
+  friend bool operator==(const IpGenPrefix& a, const IpGenPrefix& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+  }
 };
 
 // A MAC address, in the order in which it is written. All zero is the null address.

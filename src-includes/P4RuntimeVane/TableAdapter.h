@@ -243,9 +243,14 @@ class Reactor final : public Kit::PtrInterface::NotifieeConst {
     const typename T::Row row = std::move(scratchRow_);
     (static_cast<Adapter*>(adapter_)->*Adapter::changeHandler)(row, deleted, key);
   }
+  // Byte by byte no difference from an empty one. The first word of an entry that is there says so
+  // for the most part.
   static bool isEmpty(const Entry& entry) {
     static constexpr Entry empty{};
-    return std::memcmp(&entry, &empty, sizeof(Entry)) == 0;
+    static_assert(sizeof entry >= sizeof(uint64_t));
+    uint64_t first;
+    std::memcpy(&first, &entry, sizeof first);
+    return first == 0 && std::memcmp(&entry, &empty, sizeof entry) == 0;
   }
 
   typename T::Row scratchRow_;

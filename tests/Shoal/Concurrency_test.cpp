@@ -184,9 +184,9 @@ TEST(ReadersOfAnEntryThatNeverStandsStill, AreToldThatItIsBusy) {
   ASSERT_NE(mapped, MAP_FAILED);
   auto& slot =
       *reinterpret_cast<Shoal::SlotHead*>(static_cast<std::byte*>(mapped) + plan.slotsOffset);
-  // More than twice what 128 looks take, at which it has to be over; the way out from there need
-  // not be stepped through.
-  constexpr int mostSteps = 20000;
+  // More than three times 64 looks take. It is over after the second 64, or after the third where
+  // steps are quick; the way out from there need not be stepped through.
+  constexpr int mostSteps = 50000;
   int status = 0;
   ::waitpid(child, &status, 0);
   for (int steps = 0; WIFSTOPPED(status) && steps < mostSteps; ++steps) {

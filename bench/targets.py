@@ -52,6 +52,7 @@ def beside(name):
     """A figure of the part in which the adapters take turns with what they are compared with."""
     return f"adapters {name}"
 
+
 CHECKS = [
     most(1, "row from an entry, to the bare allocation", "<= 1.05", ratio(MAKE, ALLOCATION), 1.05),
     least(1, "FlatBuffers to row from an entry", "ahead", ratio("BM_FlatbuffersFromEntry" + TYPE, MAKE), 1.0),

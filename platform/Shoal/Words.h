@@ -26,8 +26,9 @@ void put(T& word, std::type_identity_t<T> value) {
   __atomic_store_n(&word, value, __ATOMIC_RELEASE);
 }
 
-// The unit in which entries and keys are moved. Areas of them start at a multiple of 8 and are
-// padded with zeros to one; how a process cuts them into words is its own affair.
+// The unit in which keys are compared, and entries and keys moved for the most part. Areas of them
+// start at a multiple of 8 and are padded with zeros to one; how a process cuts them into words is
+// its own affair.
 using Word = std::conditional_t<sizeof(void*) == 8, uint64_t, uint32_t>;
 
 // Where the compiler knows the size, the words of an entry are moved one by one without a loop, and

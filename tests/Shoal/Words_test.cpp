@@ -13,24 +13,24 @@ constexpr std::byte untouched{0xA5};
 // Where in the shared memory the bytes begin: at words, which need not be at a multiple of a move.
 constexpr std::array<size_t, 4> places{0, sizeof(Word), 8, 24};
 
-using Memory = std::array<std::byte, most + 64>;
+using Room = std::array<std::byte, most + 64>;
 
 std::byte number(size_t at) { return static_cast<std::byte>(at + 1); }
 
-Memory filledWith(std::byte byte) {
-  Memory memory;
-  memory.fill(byte);
-  return memory;
+Room filledWith(std::byte byte) {
+  Room room;
+  room.fill(byte);
+  return room;
 }
 
 TEST(Words, OfAnyNumberOfBytesAreCopiedOutAndNothingBehindThem) {
-  alignas(16) Memory shared;
+  alignas(16) Room shared;
   for (size_t i = 0; i < shared.size(); ++i) shared[i] = number(i);
   for (const size_t place : places) {
     for (size_t size = 0; size <= most; ++size) {
-      Memory expected = filledWith(untouched);
+      Room expected = filledWith(untouched);
       for (size_t i = 0; i < size; ++i) expected[i] = number(place + i);
-      Memory out = filledWith(untouched);
+      Room out = filledWith(untouched);
       copyOut(out.data(), shared.data() + place, size);
       EXPECT_EQ(out, expected) << size << " bytes from " << place;
     }
@@ -38,16 +38,16 @@ TEST(Words, OfAnyNumberOfBytesAreCopiedOutAndNothingBehindThem) {
 }
 
 TEST(Words, OfAnyNumberOfBytesAreCopiedInAndTheLastIsFilledUpWithZeros) {
-  Memory from;
+  Room from;
   for (size_t i = 0; i < from.size(); ++i) from[i] = number(i);
   for (const size_t place : places) {
     for (size_t size = 0; size <= most; ++size) {
-      alignas(16) Memory expected = filledWith(untouched);
+      alignas(16) Room expected = filledWith(untouched);
       const size_t padded = (size + sizeof(Word) - 1) / sizeof(Word) * sizeof(Word);
       for (size_t i = 0; i < padded; ++i) {
         expected[place + i] = i < size ? number(i) : std::byte{0};
       }
-      alignas(16) Memory shared = filledWith(untouched);
+      alignas(16) Room shared = filledWith(untouched);
       copyIn(shared.data() + place, from.data(), size);
       EXPECT_EQ(shared, expected) << size << " bytes to " << place;
     }
@@ -55,9 +55,9 @@ TEST(Words, OfAnyNumberOfBytesAreCopiedInAndTheLastIsFilledUpWithZeros) {
 }
 
 TEST(Words, OfAnyNumberOfBytesDifferWhereOneByteDoes) {
-  alignas(16) Memory shared = filledWith(untouched);
+  alignas(16) Room shared = filledWith(untouched);
   for (size_t size = 1; size <= 40; ++size) {
-    Memory bytes = filledWith(untouched);
+    Room bytes = filledWith(untouched);
     bytes[size] = std::byte{0};  // behind them
     EXPECT_TRUE(isSame(shared.data(), bytes.data(), size)) << size << " bytes";
     for (size_t at = 0; at < size; ++at) {
